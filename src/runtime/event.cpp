@@ -1,0 +1,34 @@
+#include "port/port.h"
+
+#include "runtime/event.h"
+
+#include <chrono>
+
+namespace qzdata_report_kelvo {
+
+void CEvent::Set() {
+    {
+        std::lock_guard<std::mutex> guard(mutex);
+        state = true;
+    }
+    signalled.notify_one();
+}
+
+void CEvent::Reset() {
+    std::lock_guard<std::mutex> guard(mutex);
+    state = false;
+}
+
+bool CEvent::Wait(uint32_t milliseconds) {
+    std::unique_lock<std::mutex> guard(mutex);
+    if (milliseconds == kInfinite) {
+        signalled.wait(guard, [this] { return state; });
+    } else if (!signalled.wait_for(guard, std::chrono::milliseconds(milliseconds),
+                                   [this] { return state; })) {
+        return false;
+    }
+    state = false;
+    return true;
+}
+
+}  // namespace qzdata_report_kelvo

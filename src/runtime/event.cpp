@@ -7,10 +7,9 @@
 namespace qzdata_report_kelvo {
 
 void CEvent::Set() {
-    {
-        std::lock_guard<std::mutex> guard(mutex);
-        state = true;
-    }
+    // Notified under the mutex: a waiter that wakes may destroy the event at once.
+    std::lock_guard<std::mutex> guard(mutex);
+    state = true;
     signalled.notify_one();
 }
 

@@ -74,4 +74,9 @@ size_t CNotificationQueue::size() {
     return pending.size();
 }
 
+size_t CNotificationQueue::waitingReaders() {
+    CScopedLock guard(lock);
+    return waiters.size();
+}
+
 }  // namespace qzdata_report_kelvo

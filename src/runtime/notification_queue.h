@@ -43,6 +43,8 @@ class CNotificationQueue {
     void clear();
     // Number of pending notifications (not those already handed to readers).
     size_t size();
+    // Number of readers asleep in waitDequeue.
+    size_t waitingReaders();
 
   private:
     void hand(CNotificationPtr notification, bool urgent);

@@ -27,7 +27,8 @@ QZ_EXPORT bool QZA2W(const std::string& source, std::wstring& target, unsigned i
 QZ_EXPORT bool QZW2A(const std::wstring& source, std::string& target, unsigned int codePage);
 
 // `target` becomes a copy of `source` (up to its first zero) with every `from` replaced by `to`,
-// scanning left to right; replaced text is never searched again. `from` must not be empty.
+// scanning left to right; replaced text is never searched again. An empty `from` (or one
+// beginning with a zero) replaces nothing: `target` is then a plain copy of `source`.
 QZ_EXPORT void StrReplace(std::string& target, const std::string& source, const std::string& from,
                           const std::string& to);
 

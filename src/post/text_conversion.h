@@ -1,7 +1,8 @@
 // Text conversion between narrow and wide strings. The exported QZA2W, QZW2A and StrReplace are
 // declared in the public header (namespace qzdata_report_kelvo_internal) and defined in
 // text_conversion.cpp; the helpers below are the library's shorthand for the UTF-8 case that
-// records use.
+// records use. StrReplace guards against an empty `from`, which would otherwise never end the
+// scan: it then returns a copy of `source`.
 #pragma once
 
 #include <string>

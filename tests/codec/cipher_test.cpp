@@ -1,0 +1,284 @@
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "codec/aes_blob_cipher.h"
+#include "codec/base64.h"
+#include "codec/crypto_library.h"
+#include "codec/des_block.h"
+
+namespace qzdata_report_kelvo {
+namespace {
+
+// Vectors made by the openssl command-line tool (data/make_vectors.sh).
+std::vector<std::vector<std::string>> ReadVectors(const std::string& name) {
+    std::vector<std::vector<std::string>> lines;
+    std::ifstream file(std::string(QZ_CODEC_TEST_DATA) + "/" + name);
+    std::string line;
+    while (std::getline(file, line)) {
+        std::istringstream fields(line);
+        std::vector<std::string> row;
+        std::string field;
+        while (fields >> field) {
+            row.push_back(field);
+        }
+        if (!row.empty()) {
+            lines.push_back(row);
+        }
+    }
+    return lines;
+}
+
+std::string FromHex(const std::string& hex) {
+    std::string bytes;
+    for (size_t i = 0; i + 1 < hex.size(); i += 2) {
+        bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
+    }
+    return bytes;
+}
+
+bool CryptoAvailable() {
+    return crypto::CryptoLibrary::Instance().EVP_md5() != nullptr;
+}
+
+AesBlobPlain DecodeBlob(const std::string& pass, const std::string& blob, bool base64 = false) {
+    CAesBlobCipher cipher(base64);
+    cipher.SetPassString(pass);
+    cipher.SetDirection(crypto::kDecrypt);
+    return cipher.Decode(blob);
+}
+
+std::string Repeat(char c, size_t count) {
+    return std::string(count, c);
+}
+
+TEST(CAesBlobCipherTest, OpensslVectorsInHexAndBase64) {
+    if (!CryptoAvailable()) {
+        GTEST_SKIP() << "libcrypto cannot be loaded";
+    }
+    const auto vectors = ReadVectors("aes_vectors.txt");
+    ASSERT_GE(vectors.size(), 5u);
+    for (const auto& v : vectors) {
+        ASSERT_EQ(v.size(), 5u);
+        const std::string plain = FromHex(v[2]);
+        const int32_t cipherLength = static_cast<int32_t>((plain.size() + 15) / 16 * 16);
+        for (bool base64 : {false, true}) {
+            const AesBlobPlain result = DecodeBlob(v[1], base64 ? v[4] : v[3], base64);
+            EXPECT_EQ(result.plain, plain) << v[0] << (base64 ? " base64" : " hex");
+            EXPECT_EQ(result.plainLength, static_cast<int32_t>(plain.size())) << v[0];
+            EXPECT_EQ(result.cipherLength, cipherLength) << v[0];
+        }
+        // The key is the pass string's: another pass gives other text.
+        EXPECT_NE(DecodeBlob(v[1] + "x", v[3]).plain, plain) << v[0];
+    }
+}
+
+// The hexadecimal reading knows lower-case letters only: an upper-cased blob is no error, but
+// gives other bytes.
+TEST(CAesBlobCipherTest, UpperCaseHexGivesOtherBytes) {
+    if (!CryptoAvailable()) {
+        GTEST_SKIP() << "libcrypto cannot be loaded";
+    }
+    for (const auto& v : ReadVectors("aes_vectors.txt")) {
+        std::string upper = v[3];
+        for (char& c : upper) {
+            c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        }
+        if (upper == v[3]) {
+            continue;
+        }
+        const AesBlobPlain result = DecodeBlob(v[1], upper);
+        EXPECT_EQ(result.plainLength, static_cast<int32_t>(FromHex(v[2]).size())) << v[0];
+        EXPECT_NE(result.plain, FromHex(v[2])) << v[0];
+    }
+}
+
+// Only the outer layer is checked here: each of these is refused before any deciphering.
+TEST(CAesBlobCipherTest, RefusesMalformedOuterLayer) {
+    const struct {
+        const char* name;
+        std::string blob;
+        bool base64;
+    } cases[] = {
+        {"empty", "", false},
+        {"below 8 characters", "0000000", false},
+        {"n=0 with text behind", "00000000" + Repeat('a', 32), false},
+        {"n=16 with a padding block", "00000016" + Repeat('a', 64), false},
+        {"n=17 with one block", "00000017" + Repeat('a', 32), false},
+        {"one character too long", "00000005" + Repeat('a', 33), false},
+        {"one character too short", "00000005" + Repeat('a', 31), false},
+        {"letter as last length character", "0000001a" + Repeat('a', 32), false},
+        {"letter inside the length", "00a00016" + Repeat('a', 32), false},
+        {"no number at all", "abcdefgh" + Repeat('a', 32), false},
+        {"negative length", "-0000016" + Repeat('a', 32), false},
+        {"blank before the length", "      16" + Repeat('a', 32), false},
+        {"sign before the length", "+0000016" + Repeat('a', 32), false},
+        {"base64 size wrong", "00000005" + Repeat('A', 23), true},
+        {"hex size in base64 form", "00000005" + Repeat('a', 32), true},
+    };
+    for (const auto& c : cases) {
+        const AesBlobPlain result = DecodeBlob("VectorPass", c.blob, c.base64);
+        EXPECT_EQ(result.plain, "") << c.name;
+        EXPECT_EQ(result.plainLength, 0) << c.name;
+        EXPECT_EQ(result.cipherLength, 0) << c.name;
+    }
+}
+
+// Eight digits of 0 and nothing behind them pass the size check and still give an empty result.
+TEST(CAesBlobCipherTest, ZeroLengthIsEmpty) {
+    for (bool base64 : {false, true}) {
+        const AesBlobPlain result = DecodeBlob("VectorPass", "00000000", base64);
+        EXPECT_EQ(result.plain, "");
+        EXPECT_EQ(result.plainLength, 0);
+        EXPECT_EQ(result.cipherLength, 0);
+    }
+}
+
+TEST(CAesBlobCipherTest, SizesFollowTheLength) {
+    const struct {
+        std::string blob;
+        int32_t cipherLength;
+    } cases[] = {
+        {"00000001" + Repeat('0', 32), 16},
+        {"00000016" + Repeat('0', 32), 16},
+        {"00000017" + Repeat('0', 64), 32},
+        {"00000032" + Repeat('0', 64), 32},
+    };
+    for (const auto& c : cases) {
+        const AesBlobPlain result = DecodeBlob("VectorPass", c.blob);
+        EXPECT_EQ(result.cipherLength, c.cipherLength) << c.blob;
+        EXPECT_EQ(result.plainLength, std::stoi(c.blob.substr(0, 8))) << c.blob;
+        EXPECT_EQ(result.plain.size(), static_cast<size_t>(result.plainLength)) << c.blob;
+    }
+}
+
+TEST(DecodeDesBlockTest, OpensslVectorsAndPaddingRules) {
+    if (!CryptoAvailable()) {
+        GTEST_SKIP() << "libcrypto cannot be loaded";
+    }
+    const auto vectors = ReadVectors("des_vectors.txt");
+    ASSERT_GE(vectors.size(), 6u);
+    for (const auto& v : vectors) {
+        ASSERT_EQ(v.size(), 4u);
+        std::string cipher;
+        ASSERT_GT(Base64Decode(v[2], cipher), 0) << v[0];
+        std::string plain;
+        DecodeDesBlock(v[1], cipher, plain);
+        EXPECT_EQ(plain, FromHex(v[3])) << v[0];
+
+        // Characters of the key string beyond the eighth play no part.
+        std::string longKey;
+        DecodeDesBlock(v[1] + "ignored", cipher, longKey);
+        EXPECT_EQ(longKey, plain) << v[0];
+
+        // A trailing part of fewer than 8 bytes is ignored.
+        std::string withTail;
+        DecodeDesBlock(v[1], cipher + "xyz", withTail);
+        EXPECT_EQ(withTail, plain) << v[0];
+    }
+}
+
+TEST(DecodeDesBlockTest, ShortKeyOrEmptyCipherDoesNothing) {
+    std::string plain;
+    DecodeDesBlock("3f9a0c7", std::string(16, 'x'), plain);
+    EXPECT_EQ(plain, "");
+    DecodeDesBlock("3f9a0c7e", "", plain);
+    EXPECT_EQ(plain, "");
+    DecodeDesBlock("3f9a0c7e", "1234567", plain);
+    EXPECT_EQ(plain, "");
+}
+
+// Without libcrypto every wrapper gives its neutral result. The missing library is configured
+// per test and the real names are restored afterwards, so test order does not matter.
+class MissingCryptoLibraryTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        crypto::CryptoLibrary::Instance().OverrideNamesForTesting({"libqz-missing.so.0"});
+    }
+    void TearDown() override { crypto::CryptoLibrary::Instance().OverrideNamesForTesting({}); }
+};
+
+TEST_F(MissingCryptoLibraryTest, WrappersGiveNeutralResults) {
+    crypto::CryptoLibrary& library = crypto::CryptoLibrary::Instance();
+    EXPECT_EQ(library.EVP_md5(), nullptr);
+
+    unsigned char digest[16];
+    std::fill(std::begin(digest), std::end(digest), 0x5A);
+    unsigned int size = 77;
+    EXPECT_EQ(library.EVP_Digest("abc", 3, digest, &size, nullptr, nullptr), 0);
+    EXPECT_EQ(size, 77u);
+    for (unsigned char b : digest) {
+        EXPECT_EQ(b, 0x5A);
+    }
+
+    crypto::AesKey key{};
+    const unsigned char userKey[16] = {};
+    EXPECT_EQ(library.AES_set_decrypt_key(userKey, 128, &key), -1);
+    EXPECT_EQ(library.AES_set_encrypt_key(userKey, 128, &key), -1);
+
+    unsigned char in[32] = {1};
+    unsigned char out[32] = {};
+    unsigned char vector[16] = {};
+    library.AES_cbc_encrypt(in, out, sizeof(in), &key, vector, crypto::kDecrypt);
+    EXPECT_EQ(out[0], 0xCD);
+    for (size_t i = 1; i < sizeof(out); ++i) {
+        EXPECT_EQ(out[i], 0) << i;
+    }
+
+    const crypto::DesBlock block = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h'};
+    crypto::DesBlock copy = {};
+    crypto::DesKeySchedule schedule{};
+    library.DES_set_key_unchecked(&block, &schedule);
+    library.DES_ecb_encrypt(&block, &copy, &schedule, crypto::kDecrypt);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(copy), 8), "abcdefgh");
+}
+
+TEST_F(MissingCryptoLibraryTest, AesBlobGivesMarkedGarbage) {
+    const AesBlobPlain result = DecodeBlob("VectorPass", "00000020" + Repeat('1', 64));
+    ASSERT_EQ(result.plainLength, 20);
+    EXPECT_EQ(result.cipherLength, 32);
+    ASSERT_EQ(result.plain.size(), 20u);
+    EXPECT_EQ(static_cast<unsigned char>(result.plain[0]), 0xCD);
+    EXPECT_EQ(result.plain.substr(1), std::string(19, '\0'));
+}
+
+// Blocks pass unchanged, which puts the padding rule itself under test.
+TEST_F(MissingCryptoLibraryTest, DesCopiesBlocksAndAppliesPaddingRule) {
+    const struct {
+        const char* name;
+        std::string cipher;
+        std::string plain;
+    } cases[] = {
+        {"byte 3 three times removed", std::string("abcde\3\3\3", 8), "abcde"},
+        {"3 2 3 kept", std::string("abcde\3\2\3", 8), std::string("abcde\3\2\3", 8)},
+        {"one byte of 1", std::string("abcdefg\1", 8), "abcdefg"},
+        {"full block of 8", "01234567" + std::string(8, '\x08'), "01234567"},
+        {"whole plain is padding", std::string(8, '\x08'), ""},
+        {"9 is no padding", std::string("abcdefg\x09", 8), std::string("abcdefg\x09", 8)},
+        {"0 is no padding", std::string("abcdefg\0", 8), std::string("abcdefg\0", 8)},
+        {"high byte is negative", std::string("abcdefg\x83", 8), std::string("abcdefg\x83", 8)},
+        {"no padding at all", "abcdefgh", "abcdefgh"},
+        {"trailing part ignored", "abcdefgh\2\2", "abcdefgh"},
+    };
+    for (const auto& c : cases) {
+        std::string plain;
+        DecodeDesBlock("01234567", c.cipher, plain);
+        EXPECT_EQ(plain, c.plain) << c.name;
+    }
+}
+
+// The library once missing and then restored is found again: the override is undone.
+TEST(CryptoLibraryTest, OverrideIsUndoneByEmptyList) {
+    const bool availableBefore = CryptoAvailable();
+    crypto::CryptoLibrary::Instance().OverrideNamesForTesting({"libqz-missing.so.0"});
+    EXPECT_FALSE(CryptoAvailable());
+    crypto::CryptoLibrary::Instance().OverrideNamesForTesting({});
+    EXPECT_EQ(CryptoAvailable(), availableBefore);
+}
+
+}  // namespace
+}  // namespace qzdata_report_kelvo

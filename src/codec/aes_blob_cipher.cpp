@@ -2,6 +2,7 @@
 
 #include "codec/aes_blob_cipher.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <vector>
@@ -79,7 +80,7 @@ AesBlobPlain CAesBlobCipher::Decode(const std::string& blob) {
         std::string bytes;
         Base64Decode(blob.substr(codec::kBlobLengthDigits), bytes);
         decoded = bytes.size() < input.size() ? bytes.size() : input.size();
-        std::memcpy(input.data(), bytes.data(), decoded);
+        std::copy_n(bytes.begin(), decoded, input.begin());
     } else {
         const char* hex = blob.data() + codec::kBlobLengthDigits;
         for (size_t i = 0; i < input.size(); ++i) {

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "codec/aes_blob_cipher.h"
@@ -278,6 +279,38 @@ TEST(CryptoLibraryTest, OverrideIsUndoneByEmptyList) {
     EXPECT_FALSE(CryptoAvailable());
     crypto::CryptoLibrary::Instance().OverrideNamesForTesting({});
     EXPECT_EQ(CryptoAvailable(), availableBefore);
+}
+
+// Threads that bind the functions at the same time all get the same, working binding.
+TEST(CryptoLibraryTest, ConcurrentFirstUseAgrees) {
+    if (!CryptoAvailable()) {
+        GTEST_SKIP() << "libcrypto cannot be loaded";
+    }
+    const auto aes = ReadVectors("aes_vectors.txt");
+    const auto des = ReadVectors("des_vectors.txt");
+    ASSERT_FALSE(aes.empty());
+    ASSERT_FALSE(des.empty());
+    std::string desCipher;
+    Base64Decode(des[0][2], desCipher);
+    // A new generation: every function is looked up again, by whichever thread comes first.
+    crypto::CryptoLibrary::Instance().OverrideNamesForTesting({});
+
+    constexpr int kThreads = 4;
+    std::vector<std::string> aesPlain(kThreads), desPlain(kThreads);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            aesPlain[t] = DecodeBlob(aes[0][1], aes[0][3]).plain;
+            DecodeDesBlock(des[0][1], desCipher, desPlain[t]);
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    for (int t = 0; t < kThreads; ++t) {
+        EXPECT_EQ(aesPlain[t], FromHex(aes[0][2])) << t;
+        EXPECT_EQ(desPlain[t], FromHex(des[0][3])) << t;
+    }
 }
 
 }  // namespace

@@ -1,9 +1,12 @@
 #include "port/port.h"
 
+#include "post/constants.h"
 #include "qzdata_report.h"
 
 namespace qzdata_report_kelvo {
 
-std::string GetSDKVersion() { return "vs-nat-2.2.5"; }
+std::string GetSDKVersion() {
+    return post::kSdkVersion;
+}
 
 }  // namespace qzdata_report_kelvo

@@ -1,0 +1,89 @@
+// Fixed values of the posting pipeline: the worker, its queue and the record format.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace qzdata_report_kelvo {
+namespace post {
+
+// The library's version text; also travels in every record under kSdkVersionKey.
+inline constexpr char kSdkVersion[] = "vs-nat-2.2.5";
+
+// Largest number of records in one queued post; longer batches are cut into runs of this size.
+inline constexpr size_t kRecordsPerPost = 20;
+
+// Agent text of the worker when its creator names none.
+inline constexpr wchar_t kDefaultUserAgent[] = L"HttpPost by qzdata_report";
+
+// Record keys and values with a fixed meaning.
+inline constexpr char kDefaultAction[] = "zhwebevent";
+inline constexpr char kActionKey[] = "act";
+inline constexpr char kTimeKey[] = "ati";
+inline constexpr char kExtraKey[] = "extra";
+inline constexpr char kSdkVersionKey[] = "sdk_ver";
+inline constexpr char kHardwareIdKey[] = "kelvo_mid";
+inline constexpr char kDeviceIdKey[] = "mid";
+
+// Port given to the delivery layer for records.
+inline constexpr uint16_t kCollectorPort = 80;
+
+// Result of BuildRecordQuery when an escape yields nothing: the record is dropped.
+inline constexpr int kRecordQueryOk = 0;
+inline constexpr int kRecordQueryDropped = 10;
+
+// Initial escape scratch: serves sources up to kEscapeCapacity bytes; grows to 3 * length + 1.
+inline constexpr uint32_t kEscapeCapacity = 341;
+inline constexpr uint32_t kEscapeBufferSize = 1024;
+
+// Reserve of the working query string of one record.
+inline constexpr size_t kQueryReserve = 1024;
+
+// Long record keys and their short wire names. Exact, case-sensitive; "brower_version" is the
+// spelling the hosts use.
+struct ParamNameRow {
+    const char* longName;
+    const char* shortName;
+};
+inline constexpr ParamNameRow kParamNames[] = {
+    {"action", "act"},
+    {"duration", "dur"},
+    {"atime", "ati"},
+    {"flag", "fla"},
+    {"product", "pro"},
+    {"proxy_ip", "pip"},
+    {"stime", "sti"},
+    {"passport", "pas"},
+    {"game", "gam"},
+    {"game_server", "gse"},
+    {"run_source", "rso"},
+    {"iver", "ive"},
+    {"uver", "uve"},
+    {"channel", "cha"},
+    {"referrer", "ref"},
+    {"brower_version", "bve"},
+    {"screen_resolution", "sre"},
+    {"screen_color", "sco"},
+    {"local_language", "lla"},
+    {"java", "jav"},
+    {"cookies", "coo"},
+    {"net_version", "nve"},
+    {"param", "par"},
+};
+
+// Names that stand at the top level of the record query (matched without regard to case);
+// every other key travels inside "extra".
+inline constexpr const char* kKnownParamNames[] = {
+    "act", "uid", "pro", "dur", "ati",       "fla",      "mid",  "pip", "sti", "pas", "gam",
+    "gse", "rso", "ive", "uve", "cha",       "ref",      "pid",  "os",  "bve", "sre", "sco",
+    "lla", "jav", "coo", "nve", "kelvo_mid", "province", "city", "isp", "pl",
+};
+
+// Members of "extra" whose values are escaped on their own before "extra" is escaped as a
+// whole (matched without regard to case).
+inline constexpr const char* kEscapedParamNames[] = {
+    "content", "rso_desc", "eid_desc", "channel_desc", "ref_desc",
+};
+
+}  // namespace post
+}  // namespace qzdata_report_kelvo

@@ -1,0 +1,259 @@
+#include "port/port.h"
+
+#include "post/report_thread.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "port/clock.h"
+#include "post/constants.h"
+
+namespace qzdata_report_kelvo {
+
+ReportThreadImpl::ReportThreadImpl(std::atomic<bool>* stopOldSdkFlag)
+    : escapeBuffer(new char[post::kEscapeBufferSize]),
+      escapeCapacity(post::kEscapeCapacity),
+      escapeBufferSize(post::kEscapeBufferSize),
+      stopOldSdkFlag(stopOldSdkFlag) {
+    InitParamNames();
+}
+
+ReportThreadImpl::~ReportThreadImpl() {
+    Close();
+    for (ReportResponed& entry : finishedPosts) {
+        delete entry.post;
+    }
+    for (ReportResponed& entry : resultQueue) {
+        delete entry.post;
+    }
+}
+
+void ReportThreadImpl::Close() {
+    quitRequested.store(true, std::memory_order_release);
+    abandoned.store(true, std::memory_order_release);
+    resumeEvent.Set();
+    thread.join();
+}
+
+bool ReportThreadImpl::Create(const std::wstring& agent) {
+    userAgent = agent.empty() ? std::wstring(post::kDefaultUserAgent) : agent;
+    thread.start(&ReportThreadImpl::ThreadMain, this);
+    return thread.hasHandle();
+}
+
+void ReportThreadImpl::Resume() {
+    resumed.store(true, std::memory_order_release);
+    resumeEvent.Set();
+}
+
+void ReportThreadImpl::AddStartupCall(StartupFunction function, void* argument) {
+    CScopedLock lock(startupLock);
+    startupCalls.push_back(StartupCall{function, argument});
+}
+
+unsigned ReportThreadImpl::ThreadMain(void* argument) {
+    static_cast<ReportThreadImpl*>(argument)->Main();
+    return 0;
+}
+
+void ReportThreadImpl::Main() {
+    while (!resumed.load(std::memory_order_acquire)) {
+        resumeEvent.Wait(kInfinite);
+        if (IsAbandoned()) {
+            return;
+        }
+    }
+
+    std::vector<StartupCall> calls;
+    {
+        CScopedLock lock(startupLock);
+        calls.swap(startupCalls);
+    }
+    for (const StartupCall& call : calls) {
+        if (IsAbandoned()) {
+            return;
+        }
+        if (call.function != nullptr) {
+            call.function(call.argument);
+        }
+    }
+
+    while (!quitRequested.load(std::memory_order_acquire)) {
+        DrainPosts();
+        ReportFinishedPosts();
+        port::Sleep(1);
+    }
+    if (IsAbandoned()) {
+        return;
+    }
+    if (exitMode.load(std::memory_order_relaxed) == 1) {
+        DrainPosts();
+    }
+    ReportFinishedPosts();
+}
+
+template <class Iterator>
+void ReportThreadImpl::EnqueueCopies(const std::wstring& url, Iterator first, Iterator last,
+                                     bool flag, ReportCallback callback, void* context) {
+    if (IsSilent()) {
+        return;
+    }
+    auto post = std::make_unique<ReportPost>();
+    post->url = url;
+    post->records.assign(first, last);
+    post->flag = flag;
+    post->callback = callback;
+    post->context = context;
+    Push(std::move(post));
+}
+
+void ReportThreadImpl::EnqueuePost(const std::wstring& url,
+                                   std::list<ReportRecord>::const_iterator first,
+                                   std::list<ReportRecord>::const_iterator last, bool flag,
+                                   ReportCallback callback, void* context) {
+    EnqueueCopies(url, first, last, flag, callback, context);
+}
+
+void ReportThreadImpl::EnqueuePost(const std::wstring& url,
+                                   std::vector<ReportRecord>::const_iterator first,
+                                   std::vector<ReportRecord>::const_iterator last, bool flag,
+                                   ReportCallback callback, void* context) {
+    EnqueueCopies(url, first, last, flag, callback, context);
+}
+
+void ReportThreadImpl::EnqueuePost(const std::wstring& url, std::vector<ReportRecord>&& records,
+                                   bool flag, ReportCallback callback, void* context) {
+    if (IsSilent()) {
+        return;
+    }
+    auto post = std::make_unique<ReportPost>();
+    post->url = url;
+    post->records = std::move(records);
+    post->flag = flag;
+    post->callback = callback;
+    post->context = context;
+    Push(std::move(post));
+}
+
+void ReportThreadImpl::Push(std::unique_ptr<ReportPost> post) {
+    CScopedLock lock(postQueueLock);
+    postQueue.push_back(std::move(post));
+}
+
+void ReportThreadImpl::Stop(unsigned long timeoutMs) {
+    exitMode.store(1, std::memory_order_relaxed);
+    quitRequested.store(true, std::memory_order_release);
+    const uint32_t wait = timeoutMs >= kInfinite ? kInfinite : static_cast<uint32_t>(timeoutMs);
+    if (!thread.wait(wait)) {
+        // No thread can be ended by force safely here: the worker is left to notice at its next
+        // step and to drop what it still holds.
+        abandoned.store(true, std::memory_order_release);
+        resumeEvent.Set();
+    }
+    DeliverResults();
+}
+
+void ReportThreadImpl::DrainPosts() {
+    {
+        CScopedLock lock(postQueueLock);
+        for (auto& post : postQueue) {
+            drainBuffer.push_back(std::move(post));
+        }
+        postQueue.clear();
+    }
+    for (const auto& post : drainBuffer) {
+        if (IsAbandoned()) {
+            break;
+        }
+        SendPost(*post);
+    }
+    drainBuffer.clear();
+}
+
+void ReportThreadImpl::SendPost(const ReportPost& post) {
+    std::string query;
+    std::string action;
+    for (const ReportRecord& record : post.records) {
+        query.reserve(post::kQueryReserve);
+        if (BuildRecordQuery(record, query, action) == post::kRecordQueryOk) {
+            PostRecord(action, query);
+        }
+    }
+}
+
+void ReportThreadImpl::FinishPost(ReportPost* post, uint32_t status) {
+    finishedPosts.push_back(ReportResponed{post, status});
+}
+
+void ReportThreadImpl::ReportFinishedPosts() {
+    if (finishedPosts.empty()) {
+        return;
+    }
+    CScopedLock lock(resultQueueLock);
+    for (ReportResponed& entry : finishedPosts) {
+        if (entry.post->callback == nullptr) {
+            delete entry.post;
+        } else {
+            resultQueue.push_back(entry);
+        }
+    }
+    finishedPosts.clear();
+}
+
+void ReportThreadImpl::DeliverResults() {
+    std::vector<ReportResponed> ready;
+    {
+        CScopedLock lock(resultQueueLock);
+        ready.assign(resultQueue.begin(), resultQueue.end());
+        resultQueue.clear();
+    }
+    for (ReportResponed& entry : ready) {
+        std::unique_ptr<ReportPost> owned(entry.post);
+        if (owned->callback != nullptr) {
+            try {
+                owned->callback(entry);
+            } catch (...) {
+                // A host callback that throws must not take the timer thread down.
+            }
+        }
+    }
+}
+
+void ReportThreadImpl::SetSessionInfo(const std::string& sessionId, const std::string& pro) {
+    // No delivery engine is attached yet; it takes these once it exists.
+    (void)sessionId;
+    (void)pro;
+}
+
+void ReportThreadImpl::SetAccountInfo(const std::string& passport, const std::string& tzuid,
+                                      const std::string& channel, const std::string& iver) {
+    (void)passport;
+    (void)tzuid;
+    (void)channel;
+    (void)iver;
+}
+
+void ReportThreadImpl::SetDeliveryMachineId(const std::string& id) {
+    (void)id;
+}
+
+void ReportThreadImpl::SetRecordObserverForTesting(RecordObserver observer) {
+    CScopedLock lock(observerLock);
+    recordObserver = std::move(observer);
+}
+
+std::vector<ReportPost> ReportThreadImpl::QueuedPostsForTesting() {
+    CScopedLock lock(postQueueLock);
+    std::vector<ReportPost> copies;
+    for (const auto& post : postQueue) {
+        copies.push_back(*post);
+    }
+    return copies;
+}
+
+ReportRecord ReportThreadImpl::CommonParamsForTesting() {
+    CScopedLock lock(commonParamsLock);
+    return commonParams;
+}
+
+}  // namespace qzdata_report_kelvo

@@ -1,0 +1,441 @@
+#include "port/port.h"
+
+#include "report/basic_data_report.h"
+
+#include <cstdio>
+
+#include "identity/hardware_id_store.h"
+#include "port/clock.h"
+#include "port/random.h"
+#include "post/report_thread.h"
+#include "report/event_ids.h"
+#include "report/event_text.h"
+
+namespace qzdata_report_kelvo {
+
+namespace {
+
+std::string Cut(const std::string& text, size_t limit) {
+    return text.size() <= limit ? text : text.substr(0, limit);
+}
+
+}  // namespace
+
+template <class Worker>
+BasicDataReport<Worker>::BasicDataReport() = default;
+
+template <class Worker>
+BasicDataReport<Worker>::~BasicDataReport() {
+    // Timer callbacks and start-up tasks reach into this part of the object.
+    this->ReleaseThreads();
+}
+
+template <class Worker>
+void BasicDataReport<Worker>::HeartbeatTimerProc(void* object) {
+    static_cast<BasicDataReport*>(object)->PostHeartBeatEvent();
+}
+
+template <class Worker>
+void BasicDataReport<Worker>::PumpTimerProc(void* object) {
+    static_cast<BasicDataReport*>(object)->OnPumpTimer();
+}
+
+template <class Worker>
+void BasicDataReport<Worker>::MachineIdStartupTask(void* object) {
+    auto* self = static_cast<BasicDataReport*>(object);
+    self->GetMachineId();
+    self->RefreshSessionInfo();
+    self->PublishMachineId();
+}
+
+template <class Worker>
+bool BasicDataReport<Worker>::Init(const std::wstring& url, const std::string& dty,
+                                   const std::string& pro, uint32_t heartbeatInterval,
+                                   WindowHandle window, const std::wstring& notSentPath,
+                                   uint32_t eventMask, bool outputDebugString) {
+    if (url.empty() || dty.empty() || pro.empty() ||
+        heartbeatInterval < report::kMinHeartbeatIntervalMs) {
+        return false;
+    }
+    heartbeatTimer = this->timers.SetTimer(window, heartbeatInterval,
+                                           &BasicDataReport::HeartbeatTimerProc, this);
+    if (heartbeatTimer == 0) {
+        return false;
+    }
+    pumpTimer = this->timers.SetTimer(window, report::kPumpIntervalMs,
+                                      &BasicDataReport::PumpTimerProc, this);
+    if (pumpTimer == 0) {
+        return false;
+    }
+    this->reportThread.AddStartupCall(&BasicDataReport::MachineIdStartupTask, this);
+    if (!this->InitWorker(window, notSentPath)) {
+        this->timers.KillTimer(window, heartbeatTimer);
+        this->timers.KillTimer(window, pumpTimer);
+        heartbeatTimer = 0;
+        pumpTimer = 0;
+        return false;
+    }
+    {
+        CScopedLock lock(this->queueLock);
+        defaultUrl = url;
+    }
+    this->dty = dty;
+    this->pro = pro;
+    sessionId = CreateSessionId();
+    this->reportThread.SetSessionInfo(sessionId, pro);
+    startTick = port::GetTickCount();
+    this->eventMask.store(eventMask, std::memory_order_relaxed);
+    this->outputDebugString.store(outputDebugString, std::memory_order_relaxed);
+    return true;
+}
+
+template <class Worker>
+std::string BasicDataReport<Worker>::CreateSessionId() {
+    unsigned char bytes[16];
+    if (!port::RandomBytes(bytes, sizeof(bytes))) {
+        return std::string();
+    }
+    bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0F) | 0x40);
+    bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3F) | 0x80);
+    std::string text;
+    char pair[3];
+    for (size_t i = 0; i < sizeof(bytes); ++i) {
+        if (i == 4 || i == 6 || i == 8 || i == 10) {
+            text += '-';
+        }
+        std::snprintf(pair, sizeof(pair), "%02x", bytes[i]);
+        text += pair;
+    }
+    return text;
+}
+
+template <class Worker>
+void BasicDataReport<Worker>::Run() {
+    Base::Run();
+    PostStartUpEvent();
+}
+
+template <class Worker>
+void BasicDataReport<Worker>::KillSessionTimers() {
+    // Killing waits for a running callback, which may take sessionLock: never kill under it.
+    uintptr_t session;
+    {
+        CScopedLock lock(sessionLock);
+        session = sessionTimer;
+        sessionTimer = 0;
+    }
+    for (uintptr_t* id : {&pumpTimer, &heartbeatTimer, &session}) {
+        if (*id != 0) {
+            this->timers.KillTimer(this->window, *id);
+            *id = 0;
+        }
+    }
+}
+
+template <class Worker>
+void BasicDataReport<Worker>::Exit(bool flush, uint32_t timeoutMs) {
+    if (this->GetObjectState() == kNotInitialised) {
+        return;
+    }
+    if (this->GetObjectState() == kInitialised) {
+        Run();
+    }
+    KillSessionTimers();
+    GetMachineIdTimeout(report::kMachineIdWaitAtExitMs);
+    RefreshSessionInfo();
+    PostHeartBeatEvent();
+    PostEndUpEvent();
+    Base::Exit(flush, timeoutMs);
+
+    CScopedLock lock(sessionLock);
+    if (!sessionRecords.empty() && !sessionApplied.load(std::memory_order_acquire)) {
+        ReportPost post;
+        post.url = defaultUrl;
+        post.records = sessionRecords;
+        post.flag = true;
+        this->notSentPosts.push_back(std::move(post));
+    }
+}
+
+template <class Worker>
+void BasicDataReport<Worker>::OnPumpTimer() {
+    Base::OnPumpTimer();
+    if (!machineIdReady.load(std::memory_order_acquire) || machineIdCallbacks.empty()) {
+        return;
+    }
+    // Taken out first: a callback may register another one, which then runs at the next pump.
+    std::vector<std::pair<MachineIdCallback, void*>> callbacks;
+    callbacks.swap(machineIdCallbacks);
+    for (const auto& callback : callbacks) {
+        if (callback.first != nullptr) {
+            callback.first(machineId, callback.second);
+        }
+    }
+}
+
+template <class Worker>
+std::vector<ReportRecord> BasicDataReport<Worker>::NewEventRecords() {
+    std::vector<ReportRecord> records(1);
+    ReportRecord& record = records.front();
+    record.emplace(report::kKeyAction, report::kEventAction);
+    record.emplace(report::kKeySessionId, sessionId);
+    record.emplace(report::kKeyDty, dty);
+    record.emplace(report::kKeyPro, pro);
+    return records;
+}
+
+template <class Worker>
+void BasicDataReport<Worker>::PostStartUpEvent() {
+    if ((eventMask.load(std::memory_order_relaxed) & report::kSendStartup) == 0) {
+        return;
+    }
+    std::vector<ReportRecord> records = NewEventRecords();
+    records.front().emplace(report::kKeyEid, report::kStartupEid);
+    records.front().emplace(report::kKeyTime, FormatEventTime());
+    if (Traced()) {
+        WriteTrace(report::kTraceStartUp, report::kStartUpTraceKeys, records.front());
+    }
+    this->PostWithPriority(defaultUrl, GetDefaultPostPriority(), records, nullptr, nullptr);
+}
+
+template <class Worker>
+void BasicDataReport<Worker>::PostEndUpEvent() {
+    if ((eventMask.load(std::memory_order_relaxed) & report::kSendEndup) == 0) {
+        return;
+    }
+    std::vector<ReportRecord> records = NewEventRecords();
+    ReportRecord& record = records.front();
+    record.emplace(report::kKeyEid, report::kEndupEid);
+    record.emplace(report::kKeyTime, FormatEventTime());
+    record.emplace(report::kKeyDur, std::to_string(port::GetTickCount() - startTick));
+    if (Traced()) {
+        WriteTrace(report::kTraceEndUp, report::kLifecycleTraceKeys, record);
+    }
+    this->PostImmediately(defaultUrl, records, nullptr, nullptr);
+}
+
+template <class Worker>
+void BasicDataReport<Worker>::PostHeartBeatEvent() {
+    if ((eventMask.load(std::memory_order_relaxed) & report::kSendHeartbeat) == 0) {
+        return;
+    }
+    if (heartbeatRecords.empty()) {
+        heartbeatRecords = NewEventRecords();
+        heartbeatRecords.front().emplace(report::kKeyEid, report::kHeartbeatEid);
+    }
+    ReportRecord& record = heartbeatRecords.front();
+    // Signed on purpose: a session longer than 24 days shows a negative duration.
+    record[report::kKeyDur] =
+        std::to_string(static_cast<int32_t>(port::GetTickCount() - startTick));
+    record[report::kKeyTime] = FormatEventTime();
+    if (Traced()) {
+        WriteTrace(report::kTraceHeartBeat, report::kLifecycleTraceKeys, record);
+    }
+    this->PostImmediately(defaultUrl, heartbeatRecords, nullptr, nullptr);
+}
+
+template <class Worker>
+void BasicDataReport<Worker>::SetOutputDebugString(bool enabled) {
+    outputDebugString.store(enabled, std::memory_order_relaxed);
+}
+
+template <class Worker>
+bool BasicDataReport<Worker>::GetOutputDebugString() {
+    return Traced();
+}
+
+template <class Worker>
+void BasicDataReport<Worker>::SetDefaultPostPriority(DataReportPriority priority) {
+    defaultPriority.store(priority, std::memory_order_relaxed);
+}
+
+template <class Worker>
+DataReportPriority BasicDataReport<Worker>::GetDefaultPostPriority() {
+    return static_cast<DataReportPriority>(defaultPriority.load(std::memory_order_relaxed));
+}
+
+template <class Worker>
+void BasicDataReport<Worker>::SetDefaultUrl(const std::wstring& url) {
+    CScopedLock lock(this->queueLock);
+    defaultUrl = url;
+}
+
+template <class Worker>
+std::wstring BasicDataReport<Worker>::GetDefaultUrl() {
+    CScopedLock lock(this->queueLock);
+    return defaultUrl;
+}
+
+template <class Worker>
+void BasicDataReport<Worker>::AddCustomFields(ReportRecord& record, const std::string& eid,
+                                              const std::string& desc, const std::string& content,
+                                              int dur, bool ati) {
+    record.emplace(report::kKeyEid, Cut(eid, report::kMaxEidBytes));
+    if (!desc.empty()) {
+        record.emplace(report::kKeyEidDesc, Cut(desc, report::kMaxDescBytes));
+    }
+    if (!content.empty()) {
+        record.emplace(report::kKeyContent, Cut(content, report::kMaxContentBytes));
+    }
+    if (dur >= 0) {
+        record.emplace(report::kKeyDur, std::to_string(dur));
+    }
+    if (ati) {
+        record.emplace(report::kKeyTime, FormatEventTime());
+    }
+}
+
+template <class Worker>
+bool BasicDataReport<Worker>::PostCustomEvent(const std::string& eid, const std::string& desc,
+                                              const std::string& content, int dur, bool ati) {
+    if (eid.empty()) {
+        return false;
+    }
+    std::vector<ReportRecord> records = NewEventRecords();
+    AddCustomFields(records.front(), eid, desc, content, dur, ati);
+    if (Traced()) {
+        WriteTrace(report::kTracePostCustom, report::kCustomTraceKeys, records.front());
+    }
+    return this->PostWithPriority(defaultUrl, GetDefaultPostPriority(), records, nullptr, nullptr);
+}
+
+template <class Worker>
+bool BasicDataReport<Worker>::SendCustomEvent(const std::string& eid, const std::string& desc,
+                                              const std::string& content, int dur, bool ati) {
+    if (eid.empty()) {
+        return false;
+    }
+    std::vector<ReportRecord> records = NewEventRecords();
+    AddCustomFields(records.front(), eid, desc, content, dur, ati);
+    if (Traced()) {
+        WriteTrace(report::kTraceSendCustom, report::kCustomTraceKeys, records.front());
+    }
+    return this->PostImmediately(defaultUrl, records, nullptr, nullptr);
+}
+
+template <class Worker>
+bool BasicDataReport<Worker>::SendCustomEventExt(const std::string& eid, const std::string& desc,
+                                                 const std::string& content, int dur, bool ati,
+                                                 const ReportRecord& extra) {
+    std::vector<ReportRecord> records = NewEventRecords();
+    ReportRecord& record = records.front();
+    AddCustomFields(record, eid, desc, content, dur, ati);
+    record.insert(extra.begin(), extra.end());
+    if (Traced()) {
+        WriteTrace(report::kTraceSendCustomExt, report::kCustomTraceKeys, record);
+    }
+    return this->PostImmediately(defaultUrl, records, nullptr, nullptr);
+}
+
+template <class Worker>
+bool BasicDataReport<Worker>::SendErrorEventEx(const std::string& eid, const std::string& content,
+                                               const std::string& desc, int dur, bool ati) {
+    if (eid.empty()) {
+        return false;
+    }
+    const std::string errorEid = report::kErrorEidPrefix + eid;
+    std::vector<ReportRecord> records = NewEventRecords();
+    ReportRecord& record = records.front();
+    record.emplace(report::kKeyEid, Cut(errorEid, report::kMaxEidBytes));
+    if (!content.empty()) {
+        record.emplace(report::kKeyContent, Cut(content, report::kMaxContentBytes));
+    }
+    if (!desc.empty()) {
+        // The caller's text only switches the description on; it is the translated id.
+        record.emplace(report::kKeyEidDesc, Cut(TranslateEid(errorEid), report::kMaxDescBytes));
+    }
+    if (dur >= 0) {
+        record.emplace(report::kKeyDur, std::to_string(dur));
+    }
+    if (ati) {
+        record.emplace(report::kKeyTime, FormatEventTime());
+    }
+    if (Traced()) {
+        WriteTrace(report::kTraceSendErrorEx, report::kCustomTraceKeys, record);
+    }
+    return this->PostImmediately(defaultUrl, records, nullptr, nullptr);
+}
+
+template <class Worker>
+bool BasicDataReport<Worker>::SendErrorEvent(const char* eid, const char* content,
+                                             const char* subEid) {
+    if (eid == nullptr) {
+        return false;
+    }
+    std::string id(eid);
+    if (subEid != nullptr && subEid[0] != '\0') {
+        id += report::kEidSeparator;
+        id += subEid;
+    }
+    std::string desc = TranslateEid(id);
+    if (desc == id) {
+        desc.clear();
+    }
+    return SendErrorEventEx(id, content == nullptr ? std::string() : std::string(content), desc, -1,
+                            true);
+}
+
+template <class Worker>
+std::string BasicDataReport<Worker>::TryGetMachineId() {
+    return machineIdReady.load(std::memory_order_acquire) ? machineId : std::string();
+}
+
+template <class Worker>
+std::string BasicDataReport<Worker>::GetMachineIdTimeout(uint32_t timeoutMs) {
+    if (timeoutMs != 0) {
+        const uint32_t start = port::GetTickCount();
+        while (!machineIdReady.load(std::memory_order_acquire) &&
+               port::GetTickCount() - start < timeoutMs) {
+            port::Sleep(1);
+        }
+    }
+    return TryGetMachineId();
+}
+
+template <class Worker>
+std::string BasicDataReport<Worker>::GetMachineId() {
+    if (machineIdReady.load(std::memory_order_acquire)) {
+        return machineId;
+    }
+    machineId = ObtainStoredMachineId();
+    machineIdReady.store(true, std::memory_order_release);
+    return machineId;
+}
+
+template <class Worker>
+void BasicDataReport<Worker>::RefreshSessionInfo() {
+    if (!machineIdReady.load(std::memory_order_acquire)) {
+        return;
+    }
+    std::vector<ReportRecord> records;
+    {
+        CScopedLock lock(sessionLock);
+        records = sessionRecords;
+    }
+    if (records.empty() || records.back().empty()) {
+        return;
+    }
+    ReportRecord& record = records.back();
+    record[report::kKeyDeviceId] = machineId;
+    if (Traced()) {
+        WriteTrace(report::kTraceSessionInfo, report::kSessionTraceKeys, record);
+    }
+    this->reportThread.SetCommonParams(record);
+    sessionApplied.store(true, std::memory_order_release);
+}
+
+template <class Worker>
+std::string BasicDataReport<Worker>::GetSessionId() {
+    return sessionId;
+}
+
+template <class Worker>
+void BasicDataReport<Worker>::PublishMachineId() {
+    if (machineIdReady.load(std::memory_order_acquire)) {
+        this->reportThread.SetDeliveryMachineId(machineId);
+    }
+}
+
+template class BasicDataReport<ReportThreadImpl>;
+
+}  // namespace qzdata_report_kelvo

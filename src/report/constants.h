@@ -1,0 +1,81 @@
+// Fixed values of the report object: timers, event records, event ids and the debug trace.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace qzdata_report_kelvo {
+namespace report {
+
+// Timers.
+inline constexpr uint32_t kMinHeartbeatIntervalMs = 5000;
+inline constexpr uint32_t kPumpIntervalMs = 250;
+inline constexpr uint32_t kSessionIntervalMs = 14400000;  // 4 hours
+
+// How long Exit waits for the machine id before its last events.
+inline constexpr uint32_t kMachineIdWaitAtExitMs = 10000;
+
+// Priority buckets: one per value of DataReportPriority.
+inline constexpr size_t kPriorityCount = 6;
+inline constexpr int32_t kMaxPriority = 5;
+
+// Bits of the event mask of Init; all three before Init.
+inline constexpr uint32_t kSendStartup = 1u << 0;
+inline constexpr uint32_t kSendEndup = 1u << 1;
+inline constexpr uint32_t kSendHeartbeat = 1u << 2;
+inline constexpr uint32_t kDefaultEventMask = kSendStartup | kSendEndup | kSendHeartbeat;
+
+// Record keys and values of events.
+inline constexpr char kKeyAction[] = "act";
+inline constexpr char kKeySessionId[] = "session_id";
+inline constexpr char kKeyDty[] = "dty";
+inline constexpr char kKeyPro[] = "pro";
+inline constexpr char kKeyEid[] = "eid";
+inline constexpr char kKeyEidDesc[] = "eid_desc";
+inline constexpr char kKeyContent[] = "content";
+inline constexpr char kKeyDur[] = "dur";
+inline constexpr char kKeyTime[] = "ati";
+inline constexpr char kKeyDeviceId[] = "mid";
+inline constexpr char kEventAction[] = "zhwebevent";
+inline constexpr char kStartupEid[] = "startup";
+inline constexpr char kEndupEid[] = "endup";
+inline constexpr char kHeartbeatEid[] = "heartbeat";
+inline constexpr char kErrorEidPrefix[] = "error/";
+
+// Byte limits of event fields, cut without regard for characters.
+inline constexpr size_t kMaxEidBytes = 99;
+inline constexpr size_t kMaxDescBytes = 254;
+inline constexpr size_t kMaxContentBytes = 499;
+
+// Event ids: segments joined by "/"; bytes that EidEscape keeps (the second 0 is harmless).
+inline constexpr char kEidSeparator = '/';
+inline constexpr char kEidEscapeMark = '.';
+inline constexpr char kEidKeptBytes[] =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ01234567890-.()";
+inline constexpr size_t kEidEscapeReserve = 512;
+
+// Local time stamp of the "ati" key.
+inline constexpr char kEventTimeFormat[] = "%04d%02d%02d%02d%02d%02d";
+
+// The debug trace: names, and the keys each writes first, in this order.
+inline constexpr char kTraceStartUp[] = "PostStartUpEvent";
+inline constexpr char kTraceEndUp[] = "PostEndUpEvent";
+inline constexpr char kTraceHeartBeat[] = "PostHeartBeatEvent";
+inline constexpr char kTraceSessionInfo[] = "PostSessionInfo";
+inline constexpr char kTracePostCustom[] = "PostCustomEvent";
+inline constexpr char kTraceSendCustom[] = "SendCustomEvent";
+inline constexpr char kTraceSendCustomExt[] = "SendCustomEventExt";
+inline constexpr char kTraceSendErrorEx[] = "SendErrorEventEx";
+
+inline constexpr const char* kStartUpTraceKeys[] = {"act", "eid", "session_id",
+                                                    "dty", "pro", "ati"};
+inline constexpr const char* kLifecycleTraceKeys[] = {"act", "eid", "dur", "session_id",
+                                                      "dty", "pro", "ati"};
+inline constexpr const char* kCustomTraceKeys[] = {
+    "act", "eid", "eid_desc", "content", "dur", "session_id", "dty", "pro", "ati"};
+inline constexpr const char* kSessionTraceKeys[] = {
+    "act",        "ive", "cha", "rso", "ref",          "pas", "tzuid",
+    "session_id", "mid", "dty", "pro", "session_type", "gam", "gse"};
+
+}  // namespace report
+}  // namespace qzdata_report_kelvo

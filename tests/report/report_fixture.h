@@ -1,0 +1,66 @@
+// A fresh report object per test, initialised but never run unless a test runs it: posts then
+// wait in the worker's queue, where the test reads them.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "report/report_object.h"
+
+namespace qzdata_report_kelvo {
+
+inline std::string TestHardwareId() {
+    return "HW";
+}
+
+class ReportObjectTest : public ::testing::Test {
+  protected:
+    ReportObjectTest() : object(new ReportObject()) {
+        object->GetReportThread().SetHardwareIdSourceForTesting(&TestHardwareId);
+        object->GetReportThread().SetRecordObserverForTesting([this](const BuiltRecord& built) {
+            std::lock_guard<std::mutex> guard(builtMutex);
+            builtQueries.push_back(built.signedQuery);
+        });
+    }
+
+    bool InitObject(uint32_t eventMask = 7, bool trace = false) {
+        return object->Init(L"http://collector.test/", "D", "P", 5000, nullptr, L"", eventMask,
+                            trace);
+    }
+
+    std::vector<ReportPost> Queued() { return object->GetReportThread().QueuedPostsForTesting(); }
+
+    // Every queued record, in order.
+    std::vector<ReportRecord> QueuedRecords() {
+        std::vector<ReportRecord> records;
+        for (const ReportPost& post : Queued()) {
+            records.insert(records.end(), post.records.begin(), post.records.end());
+        }
+        return records;
+    }
+
+    // The one queued record; fails the test when there is not exactly one.
+    ReportRecord OnlyRecord() {
+        const std::vector<ReportRecord> records = QueuedRecords();
+        EXPECT_EQ(1u, records.size());
+        return records.empty() ? ReportRecord() : records.front();
+    }
+
+    // Signed queries the worker built, in order.
+    std::vector<std::string> BuiltQueries() {
+        std::lock_guard<std::mutex> guard(builtMutex);
+        return builtQueries;
+    }
+
+    // Declared first, destroyed last: the worker may report into them until the object is gone.
+    std::mutex builtMutex;
+    std::vector<std::string> builtQueries;
+
+    std::unique_ptr<ReportObject> object;
+};
+
+}  // namespace qzdata_report_kelvo

@@ -1,14 +1,11 @@
 # Deployment values: pass strings, the six host names, three ports and the three built-in
 # fallback address lists are fixed at build time. -DQZ_DEPLOYMENT=<file> names a profile that
 # sets them as cache variables, so a value given on the command line wins over the profile.
-# A relative profile path is taken from the source tree first, then from the working directory.
-set(QZ_DEPLOYMENT "${CMAKE_CURRENT_SOURCE_DIR}/deploy/local.cmake" CACHE FILEPATH
+# A relative profile path is taken from the source tree (the entry is a STRING, so that CMake
+# does not resolve it against the working directory first).
+set(QZ_DEPLOYMENT "${CMAKE_CURRENT_SOURCE_DIR}/deploy/local.cmake" CACHE STRING
     "Deployment profile that sets the QZ_* deployment values")
-set(_qz_profile "${QZ_DEPLOYMENT}")
-if(NOT IS_ABSOLUTE "${_qz_profile}" AND EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/${_qz_profile}")
-  set(_qz_profile "${CMAKE_CURRENT_SOURCE_DIR}/${_qz_profile}")
-endif()
-get_filename_component(_qz_profile "${_qz_profile}" ABSOLUTE)
+get_filename_component(_qz_profile "${QZ_DEPLOYMENT}" ABSOLUTE BASE_DIR "${CMAKE_CURRENT_SOURCE_DIR}")
 if(NOT EXISTS "${_qz_profile}")
   message(FATAL_ERROR "QZ_DEPLOYMENT names a missing file: ${QZ_DEPLOYMENT}")
 endif()

@@ -15,13 +15,11 @@
 #include "codec/md5.h"
 #include "deployment_config.h"
 #include "runtime/event.h"
-#include "support/wait.h"
 
 namespace qzdata_report_kelvo {
 namespace {
 
 using Strings = std::vector<std::string>;
-using Map = std::map<std::string, int32_t>;
 
 std::string ReadData(const std::string& name) {
     std::ifstream file(std::string(QZ_STRATEGY_TEST_DATA) + "/" + name, std::ios::binary);
@@ -30,30 +28,17 @@ std::string ReadData(const std::string& name) {
     return text.str();
 }
 
-// The blobs are enciphered with the default profile's pass; a build with another profile
-// cannot decode them.
-bool BlobsMatchThisBuild() {
-    Md5Context md5;
-    md5.Start(deployment::kStrategyPass);
-    return ReadData("pass.md5") == md5.HexDigest() + "\n";
-}
-
 class RecordingSink : public KeepAliveSink {
   public:
     void SetKeepAliveLimit(uint32_t milliseconds) override { limits.push_back(milliseconds); }
     std::vector<uint32_t> limits;
 };
 
-// Everything a blob may change, as one comparable value.
+// Everything a blob may change but the switch, as one comparable value.
 struct Snapshot {
-    Strings fallback;
-    Strings postFallback;
-    Strings strategyFallback;
-    Strings configFallback;
-    Strings spareFallback;
+    Strings fallback, postFallback, strategyFallback, configFallback, spareFallback;
     uint32_t keepAliveLimit;
     StoredStrategyFields stored;
-
     bool operator==(const Snapshot& o) const {
         return fallback == o.fallback && postFallback == o.postFallback &&
                strategyFallback == o.strategyFallback && configFallback == o.configFallback &&
@@ -62,21 +47,19 @@ struct Snapshot {
     }
 };
 
-Snapshot Take(CStrategy& strategy) {
-    return {strategy.GetFallbackList().Copy(),
-            strategy.GetPostFallbackList().Copy(),
-            strategy.GetStrategyFallbackList().Copy(),
-            strategy.GetConfigFallbackList().Copy(),
-            strategy.GetSpareFallbackList().Copy(),
-            strategy.GetKeepAliveLimit(),
-            strategy.GetStoredFields()};
+Snapshot Take(CStrategy& s) {
+    return {s.GetFallbackList().Copy(),
+            s.GetPostFallbackList().Copy(),
+            s.GetStrategyFallbackList().Copy(),
+            s.GetConfigFallbackList().Copy(),
+            s.GetSpareFallbackList().Copy(),
+            s.GetKeepAliveLimit(),
+            s.GetStoredFields()};
 }
 
-// A strategy whose fetch plays the server's reply.
+// A strategy whose fetch plays the server's reply, on the strategy thread.
 struct Harness {
     Harness() { strategy.SetKeepAliveSink(&sink); }
-
-    // One fetch on the strategy thread that answers `reply`.
     void Answer(const std::string& reply) {
         strategy.SetFetchFunction(
             [reply](const std::string&, uint16_t, const std::string&, std::string& out) {
@@ -93,31 +76,26 @@ struct Harness {
     CStrategy strategy;
 };
 
+// data/make_blobs.sh enciphers with the default profile's pass; another profile cannot decode.
 class StrategyBlobTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        if (!BlobsMatchThisBuild()) {
+        Md5Context md5;
+        md5.Start(deployment::kStrategyPass);
+        if (ReadData("pass.md5") != md5.HexDigest() + "\n") {
             GTEST_SKIP() << "the blobs were made with another strategy pass than this build's";
         }
     }
 };
 
-StoredStrategyFields DefaultStored() {
-    StoredStrategyFields stored;
-    stored.specialActs = {"protoaudiolistener", "protoaudiospeaker", "protoaudiouserloss"};
-    stored.number3 = 200;
-    stored.number5 = 2;
-    stored.number6 = 3072;
-    return stored;
-}
-
-// What data/make_blobs.sh puts into "good" (and, with other numbers, its variants).
+// What make_blobs.sh puts into "good" and the variants that differ from it in numbers 1 and 29.
+const Strings kGoodFallback = {"10.1.1.1", "10.1.1.2", "192.168.100.200"};
 StoredStrategyFields GoodStored() {
     StoredStrategyFields stored;
     stored.specialActs = {"actone", "acttwo"};
     stored.stringSet2 = {"alpha"};
-    stored.intMap1 = Map{{"key", 7}, {"neg", -12}};
-    stored.intMap2 = Map{{"k1", 12}, {"k2", -5}};
+    stored.intMap1 = {{"key", 7}, {"neg", -12}};
+    stored.intMap2 = {{"k1", 12}, {"k2", -5}};
     stored.number3 = 250;
     stored.number5 = 7;
     stored.number6 = 4096;
@@ -127,98 +105,96 @@ StoredStrategyFields GoodStored() {
     return stored;
 }
 
-const Strings kGoodFallback = {"10.1.1.1", "10.1.1.2", "192.168.100.200"};
-const Strings kGoodPostFallback = {"10.2.2.1", "10.2.2.2"};
-const Strings kGoodSpareFallback = {"10.3.3.1"};
-
 TEST(CStrategyTest, DefaultsComeFromTheDeploymentProfile) {
     CStrategy strategy;
     EXPECT_EQ(strategy.GetCollectorHost(), deployment::kCollectorHost);
-    EXPECT_EQ(strategy.GetAuxHost1(), deployment::kAuxHost1);
-    EXPECT_EQ(strategy.GetAuxHost2(), deployment::kAuxHost2);
-    EXPECT_EQ(strategy.GetStrategyHost(), deployment::kStrategyHost);
     EXPECT_EQ(strategy.GetConfigHost(), deployment::kConfigHost);
-    EXPECT_EQ(strategy.GetAuxHost3(), deployment::kAuxHost3);
     EXPECT_EQ(strategy.GetCollectorPort(), deployment::kCollectorPort);
     EXPECT_EQ(strategy.GetStrategyPort(), deployment::kStrategyPort);
     EXPECT_EQ(strategy.GetConfigPort(), deployment::kConfigPort);
-
-    const Snapshot snapshot = Take(strategy);
-    EXPECT_EQ(snapshot.fallback, Strings(std::begin(deployment::kFallbackAddresses),
-                                         std::end(deployment::kFallbackAddresses)));
-    EXPECT_EQ(snapshot.postFallback, Strings(std::begin(deployment::kPostFallbackAddresses),
-                                             std::end(deployment::kPostFallbackAddresses)));
-    EXPECT_EQ(snapshot.spareFallback, Strings(std::begin(deployment::kSpareFallbackAddresses),
-                                              std::end(deployment::kSpareFallbackAddresses)));
-    EXPECT_EQ(snapshot.fallback.size(), 6u);
-    EXPECT_EQ(snapshot.postFallback.size(), 8u);
-    EXPECT_EQ(snapshot.spareFallback.size(), 4u);
-    EXPECT_TRUE(snapshot.strategyFallback.empty());
-    EXPECT_TRUE(snapshot.configFallback.empty());
-    EXPECT_EQ(snapshot.keepAliveLimit, 60000u);
-    EXPECT_TRUE(snapshot.stored == DefaultStored());
-
-    EXPECT_FALSE(strategy.IsLogsEnabled());
-    strategy.EnableLogs();
-    EXPECT_TRUE(strategy.IsLogsEnabled());
+    const Snapshot s = Take(strategy);
+    EXPECT_EQ(s.fallback, Strings(std::begin(deployment::kFallbackAddresses),
+                                  std::end(deployment::kFallbackAddresses)));
+    EXPECT_EQ(s.postFallback.size(), 8u);
+    EXPECT_EQ(s.spareFallback, Strings(std::begin(deployment::kSpareFallbackAddresses),
+                                       std::end(deployment::kSpareFallbackAddresses)));
+    EXPECT_TRUE(s.strategyFallback.empty() && s.configFallback.empty());
+    EXPECT_EQ(s.keepAliveLimit, 60000u);
+    StoredStrategyFields stored;
+    stored.specialActs = {"protoaudiolistener", "protoaudiospeaker", "protoaudiouserloss"};
+    stored.number3 = 200;
+    stored.number5 = 2;
+    stored.number6 = 3072;
+    EXPECT_TRUE(s.stored == stored);
 }
 
-TEST_F(StrategyBlobTest, DecodeGivesTheTextThatOpensslEnciphered) {
-    for (const char* name :
-         {"good", "no_switch", "switch_plus", "switch_zero", "all_zero", "exact_blocks", "entry16",
-          "number_letter", "number_blank", "count_letter", "map_blank", "short"}) {
-        SCOPED_TRACE(name);
+TEST_F(StrategyBlobTest, DecodeGivesWhatOpensslEncipheredAndRefusesBadOuterLayers) {
+    const struct {
+        const char* name;
+        bool ok;
+    } cases[] = {{"good", true},      {"all_zero", true},      {"exact_blocks", true},
+                 {"short", true},     {"zero_length", false},  {"hex_short", false},
+                 {"hex_long", false}, {"length_letter", false}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
         std::string plain = "stale";
-        EXPECT_TRUE(CStrategy::DecodeStrategyBlob(ReadData(std::string(name) + ".blob"), plain));
-        EXPECT_EQ(plain, ReadData(std::string(name) + ".plain"));
+        EXPECT_EQ(CStrategy::DecodeStrategyBlob(ReadData(std::string(c.name) + ".blob"), plain),
+                  c.ok);
+        EXPECT_EQ(plain, c.ok ? ReadData(std::string(c.name) + ".plain") : "");
     }
 }
 
-TEST_F(StrategyBlobTest, DecodeRefusesABadOuterLayer) {
-    for (const char* name : {"zero_length", "hex_short", "hex_long", "length_letter"}) {
-        SCOPED_TRACE(name);
-        std::string plain = "stale";
-        EXPECT_FALSE(CStrategy::DecodeStrategyBlob(ReadData(std::string(name) + ".blob"), plain));
-        EXPECT_EQ(plain, "");
-    }
-    std::string plain = "stale";
-    EXPECT_FALSE(CStrategy::DecodeStrategyBlob("", plain));
-    EXPECT_EQ(plain, "");
-}
-
-TEST_F(StrategyBlobTest, GoodBlobReplacesListsStoredFieldsLimitAndSwitch) {
+TEST_F(StrategyBlobTest, GoodBlobReplacesListsStoredFieldsAndLimit) {
     Harness h;
     h.AnswerBlob("good");
-    const Snapshot snapshot = Take(h.strategy);
-    EXPECT_EQ(snapshot.fallback, kGoodFallback);
-    EXPECT_EQ(snapshot.postFallback, kGoodPostFallback);
-    // The empty entry before it counted but was not kept.
-    EXPECT_EQ(snapshot.spareFallback, kGoodSpareFallback);
-    EXPECT_TRUE(snapshot.strategyFallback.empty());
-    EXPECT_TRUE(snapshot.configFallback.empty());
-    EXPECT_EQ(snapshot.keepAliveLimit, 30000u);
-    EXPECT_TRUE(snapshot.stored == GoodStored());
+    const Snapshot s = Take(h.strategy);
+    EXPECT_EQ(s.fallback, kGoodFallback);
+    EXPECT_EQ(s.postFallback, Strings({"10.2.2.1", "10.2.2.2"}));
+    EXPECT_EQ(s.spareFallback, Strings{"10.3.3.1"});  // its empty entry counted, not kept
+    EXPECT_TRUE(s.strategyFallback.empty() && s.configFallback.empty());
+    EXPECT_EQ(s.keepAliveLimit, 30000u);
+    EXPECT_TRUE(s.stored == GoodStored());
     EXPECT_EQ(h.sink.limits, std::vector<uint32_t>{30000});
     EXPECT_TRUE(h.stopOldSdk.load());
-    // Hosts are no part of a blob.
-    EXPECT_EQ(h.strategy.GetCollectorHost(), deployment::kCollectorHost);
+}
+
+TEST_F(StrategyBlobTest, SwitchFieldAloneMayFail) {
+    const struct {
+        const char* name;
+        bool before, after;
+        uint32_t keepAliveLimit;
+    } cases[] = {
+        {"good", false, true, 30000},         {"switch_zero", true, false, 30000},
+        {"no_switch", false, false, 31000},   {"no_switch", true, true, 31000},
+        {"switch_plus", false, false, 32000}, {"switch_plus", true, true, 32000},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.name) + (c.before ? " on" : " off"));
+        Harness h;
+        h.stopOldSdk.store(c.before);
+        h.AnswerBlob(c.name);
+        EXPECT_EQ(h.stopOldSdk.load(), c.after);
+        const Snapshot s = Take(h.strategy);
+        EXPECT_EQ(s.fallback, kGoodFallback);
+        EXPECT_EQ(s.keepAliveLimit, c.keepAliveLimit);
+        EXPECT_TRUE(s.stored == GoodStored());
+    }
 }
 
 TEST_F(StrategyBlobTest, RefusedBlobsChangeNothing) {
     for (const char* name :
          {"zero_length", "hex_short", "hex_long", "length_letter", "entry16", "number_letter",
           "number_blank", "count_letter", "map_blank", "short"}) {
-        SCOPED_TRACE(name);
         for (bool fromDefaults : {true, false}) {
+            SCOPED_TRACE(std::string(name) + (fromDefaults ? " from defaults" : " from a blob"));
             Harness h;
             if (!fromDefaults) {
-                // A state apart from the defaults, with the switch off.
                 h.AnswerBlob("switch_zero");
                 ASSERT_EQ(h.strategy.GetKeepAliveLimit(), 30000u);
             }
             const Snapshot before = Take(h.strategy);
             const size_t pushes = h.sink.limits.size();
-            h.AnswerBlob(name);
+            h.AnswerBlob(name);  // each ends with switch 1
             EXPECT_TRUE(Take(h.strategy) == before);
             EXPECT_EQ(h.sink.limits.size(), pushes);
             EXPECT_FALSE(h.stopOldSdk.load());
@@ -226,80 +202,28 @@ TEST_F(StrategyBlobTest, RefusedBlobsChangeNothing) {
     }
 }
 
-TEST_F(StrategyBlobTest, BlobWithoutAValidSwitchIsAppliedAndLeavesTheSwitch) {
-    const struct {
-        const char* name;
-        uint32_t keepAliveLimit;
-    } cases[] = {{"no_switch", 31000}, {"switch_plus", 32000}};
-    for (const auto& c : cases) {
-        for (bool switchBefore : {false, true}) {
-            SCOPED_TRACE(std::string(c.name) + (switchBefore ? " switch on" : " switch off"));
-            Harness h;
-            h.stopOldSdk.store(switchBefore);
-            h.AnswerBlob(c.name);
-            EXPECT_EQ(h.stopOldSdk.load(), switchBefore);
-            const Snapshot snapshot = Take(h.strategy);
-            EXPECT_EQ(snapshot.fallback, kGoodFallback);
-            EXPECT_EQ(snapshot.keepAliveLimit, c.keepAliveLimit);
-            EXPECT_TRUE(snapshot.stored == GoodStored());
-        }
-    }
-}
-
-TEST_F(StrategyBlobTest, SwitchDigitZeroKeepsTheLegacyLibraryRunning) {
-    Harness h;
-    h.stopOldSdk.store(true);
-    h.AnswerBlob("switch_zero");
-    EXPECT_FALSE(h.stopOldSdk.load());
-}
-
 TEST_F(StrategyBlobTest, AllCountsZeroEmptyEveryListAndSet) {
     Harness h;
-    h.stopOldSdk.store(true);
     h.AnswerBlob("all_zero");
-    const Snapshot snapshot = Take(h.strategy);
-    EXPECT_TRUE(snapshot.fallback.empty());
-    EXPECT_TRUE(snapshot.postFallback.empty());
-    EXPECT_TRUE(snapshot.spareFallback.empty());
-    EXPECT_EQ(snapshot.keepAliveLimit, 0u);
-    StoredStrategyFields empty;
-    EXPECT_TRUE(snapshot.stored == empty);
+    const Snapshot s = Take(h.strategy);
+    EXPECT_TRUE(s.fallback.empty() && s.postFallback.empty() && s.spareFallback.empty());
+    EXPECT_EQ(s.keepAliveLimit, 0u);
+    EXPECT_TRUE(s.stored == StoredStrategyFields());
     EXPECT_EQ(h.sink.limits, std::vector<uint32_t>{0});
-    EXPECT_FALSE(h.stopOldSdk.load());
-    std::string address = "stale";
-    h.strategy.GetFallbackList().PickRandom(address);
-    EXPECT_EQ(address, "");
 }
 
-TEST_F(StrategyBlobTest, PlainLengthOfWholeBlocksNeedsNoPaddingBlock) {
-    Harness h;
-    ASSERT_EQ(ReadData("exact_blocks.plain").size() % 16, 0u);
-    h.AnswerBlob("exact_blocks");
-    StoredStrategyFields expected = GoodStored();
-    expected.stringSet2 = {"alphaxxxxx"};
-    EXPECT_TRUE(h.strategy.GetStoredFields() == expected);
-    EXPECT_TRUE(h.stopOldSdk.load());
-}
-
-TEST_F(StrategyBlobTest, SameReplyAgainIsNotParsedAgain) {
-    Harness h;
-    h.AnswerBlob("good");
-    ASSERT_TRUE(h.strategy.SetKeepAliveLimit(99));
-    h.stopOldSdk.store(false);
-    h.AnswerBlob("good");
-    EXPECT_EQ(h.strategy.GetKeepAliveLimit(), 99000u);
-    EXPECT_FALSE(h.stopOldSdk.load());
-    // A different reply is parsed again.
-    h.AnswerBlob("no_switch");
-    EXPECT_EQ(h.strategy.GetKeepAliveLimit(), 31000u);
-}
-
-TEST_F(StrategyBlobTest, UnchangedLimitFromABlobIsNotPushed) {
+TEST_F(StrategyBlobTest, SameReplyIsParsedOnceAndAnUnchangedLimitIsNotPushed) {
     Harness h;
     h.AnswerBlob("good");
     h.AnswerBlob("switch_zero");  // same keep-alive as "good"
-    EXPECT_FALSE(h.stopOldSdk.load());
     EXPECT_EQ(h.sink.limits, std::vector<uint32_t>{30000});
+    EXPECT_FALSE(h.stopOldSdk.load());
+
+    h.stopOldSdk.store(true);
+    ASSERT_TRUE(h.strategy.SetKeepAliveLimit(99));
+    h.AnswerBlob("switch_zero");
+    EXPECT_EQ(h.strategy.GetKeepAliveLimit(), 99000u);
+    EXPECT_TRUE(h.stopOldSdk.load());
 }
 
 TEST_F(StrategyBlobTest, FailedOrEmptyFetchKeepsTheDefaults) {
@@ -307,8 +231,6 @@ TEST_F(StrategyBlobTest, FailedOrEmptyFetchKeepsTheDefaults) {
     const Snapshot defaults = Take(h.strategy);
     h.strategy.StartFetch(&h.stopOldSdk);  // no fetch function installed
     h.strategy.Join();
-    EXPECT_TRUE(Take(h.strategy) == defaults);
-
     const std::string good = ReadData("good.blob");
     h.strategy.SetFetchFunction(
         [&good](const std::string&, uint16_t, const std::string&, std::string& out) {
@@ -317,16 +239,10 @@ TEST_F(StrategyBlobTest, FailedOrEmptyFetchKeepsTheDefaults) {
         });
     h.strategy.StartFetch(&h.stopOldSdk);
     h.strategy.Join();
-    EXPECT_TRUE(Take(h.strategy) == defaults);
-
     h.Answer("");
     EXPECT_TRUE(Take(h.strategy) == defaults);
     EXPECT_TRUE(h.sink.limits.empty());
     EXPECT_FALSE(h.stopOldSdk.load());
-
-    // The failures left no trace that would stop the good blob.
-    h.AnswerBlob("good");
-    EXPECT_EQ(h.strategy.GetKeepAliveLimit(), 30000u);
 }
 
 TEST(CStrategyTest, FetchAsksTheStrategyHostOnItsPort) {
@@ -334,17 +250,13 @@ TEST(CStrategyTest, FetchAsksTheStrategyHostOnItsPort) {
     StrategyRouting routing = DefaultRouting();
     routing.strategyHost = "127.0.0.5";
     routing.strategyPort = 12345;
-    routing.collectorHost = "127.0.0.6";
-    routing.collectorPort = 23456;
     routing.fallbackAddresses = {"127.0.0.7"};
     strategy.SetRoutingForTesting(routing);
-    EXPECT_EQ(strategy.GetCollectorHost(), "127.0.0.6");
-    EXPECT_EQ(strategy.GetCollectorPort(), 23456);
     std::string address;
     strategy.GetFallbackList().PickRandom(address);
     EXPECT_EQ(address, "127.0.0.7");
 
-    std::vector<std::string> requests;
+    Strings requests;
     strategy.SetFetchFunction(
         [&requests](const std::string& host, uint16_t port, const std::string& path, std::string&) {
             requests.push_back(host + ":" + std::to_string(port) + path);
@@ -366,17 +278,14 @@ TEST(CStrategyTest, StartFetchWhileAFetchRunsDoesNothing) {
         release.Wait(kInfinite);
         return false;
     });
-    std::atomic<bool> flag{false};
-    strategy.StartFetch(&flag);
+    strategy.StartFetch(nullptr);
     ASSERT_TRUE(entered.Wait(5000));
-    strategy.StartFetch(&flag);
+    strategy.StartFetch(nullptr);
     release.Set();
     strategy.Join();
     EXPECT_EQ(fetches.load(), 1);
-
-    // Once the fetch has ended, a new start fetches again.
     release.Set();
-    strategy.StartFetch(&flag);
+    strategy.StartFetch(nullptr);  // the first has ended: fetches again
     strategy.Join();
     EXPECT_EQ(fetches.load(), 2);
 }
@@ -391,7 +300,6 @@ TEST(CStrategyTest, KeepAliveLimitConvertsSecondsAndPushesOnlyChanges) {
         {60, false, 60000},  // the default already
         {1, true, 1000},
         {1, false, 1000},
-        {0, true, 0},
         {4294967, true, 4294967000u},
         {4294968, true, 4294967295u},
         {99999999999ull, false, 4294967295u},  // caps to the same value
@@ -406,12 +314,6 @@ TEST(CStrategyTest, KeepAliveLimitConvertsSecondsAndPushesOnlyChanges) {
         }
         EXPECT_EQ(h.sink.limits, pushed);
     }
-
-    // Without a sink the limit is still kept.
-    h.strategy.SetKeepAliveSink(nullptr);
-    EXPECT_TRUE(h.strategy.SetKeepAliveLimit(5));
-    EXPECT_EQ(h.strategy.GetKeepAliveLimit(), 5000u);
-    EXPECT_EQ(h.sink.limits, pushed);
 }
 
 TEST_F(StrategyBlobTest, ReadersSeeWholeListsWhileBlobsAreApplied) {
@@ -425,11 +327,9 @@ TEST_F(StrategyBlobTest, ReadersSeeWholeListsWhileBlobsAreApplied) {
         while (!stop.load()) {
             std::string address;
             h.strategy.GetFallbackList().PickRandom(address);
-            if (std::find(known.begin(), known.end(), address) == known.end()) {
-                foreign.fetch_add(1);
-            }
             const uint32_t limit = h.strategy.GetKeepAliveLimit();
-            if (limit != 60000 && limit != 30000 && limit != 0) {
+            if (std::find(known.begin(), known.end(), address) == known.end() ||
+                (limit != 60000 && limit != 30000 && limit != 0)) {
                 foreign.fetch_add(1);
             }
         }
@@ -440,7 +340,6 @@ TEST_F(StrategyBlobTest, ReadersSeeWholeListsWhileBlobsAreApplied) {
     stop.store(true);
     reader.join();
     EXPECT_EQ(foreign.load(), 0);
-    EXPECT_TRUE(Take(h.strategy).fallback.empty());
 }
 
 }  // namespace

@@ -131,7 +131,8 @@ class CStrategy : public CRunnable {
     uint16_t GetConfigPort() const { return configPort; }
 
     // The five address lists; each has its own lock. A blob replaces fallback, post-fallback and
-    // spare lists; the strategy and config lists are empty by design (no fallback for those).
+    // spare lists; the strategy and config lists stay empty on purpose (those requests have no
+    // fallback).
     CAddressList& GetFallbackList() { return fallbackList; }
     CAddressList& GetPostFallbackList() { return postFallbackList; }
     CAddressList& GetStrategyFallbackList() { return strategyFallbackList; }

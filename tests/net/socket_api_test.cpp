@@ -7,10 +7,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <string>
-
-#include "net/constants.h"
-#include "support/http_test_server.h"
 
 namespace qzdata_report_kelvo {
 namespace {
@@ -40,36 +36,6 @@ TEST(SocketApiTest, WriteToAClosedPeerRaisesNoSignal) {
     EXPECT_EQ(result, -1);
     EXPECT_EQ(error, EPIPE);
     EXPECT_FALSE(SigpipePendingOrBlocked());
-}
-
-TEST(SocketApiTest, ConnectErrorsMapToTheTwoKnownValues) {
-    qz_test::HttpTestServer listener;
-    ASSERT_TRUE(listener.ListenOnly(4));
-    port::AddrInfo* list = nullptr;
-    ASSERT_EQ(port::GetAddrInfo("127.0.0.1", std::to_string(listener.port()), &list), 0);
-    ASSERT_NE(list, nullptr);
-    const port::SocketHandle socket = port::CreateSocket(*list);
-    ASSERT_NE(socket, port::kInvalidSocket);
-    ASSERT_EQ(port::SetNonBlocking(socket), 0);
-
-    ASSERT_EQ(port::ConnectSocket(socket, *list), -1);
-    EXPECT_EQ(port::GetLastSocketError(), net::kErrorWouldBlock);
-    ASSERT_EQ(port::SelectWritable(socket, 1000), 1);
-    // The first call after completion may still report the completion itself.
-    int again = port::ConnectSocket(socket, *list);
-    if (again == 0) {
-        again = port::ConnectSocket(socket, *list);
-    }
-    ASSERT_EQ(again, -1);
-    EXPECT_EQ(port::GetLastSocketError(), net::kErrorIsConnected);
-
-    // Nothing to read yet: recv would block, and a wait for readability times out.
-    char buffer[8];
-    EXPECT_EQ(port::Recv(socket, buffer, sizeof(buffer)), -1);
-    EXPECT_EQ(port::GetLastSocketError(), net::kErrorWouldBlock);
-    EXPECT_EQ(port::SelectReadable(socket, 20), 0);
-    port::CloseSocket(socket);
-    port::FreeAddrInfo(list);
 }
 
 TEST(SocketApiTest, WaitsWorkOnDescriptorsBeyondTheSelectSet) {

@@ -53,8 +53,10 @@ void WindowTimers::Impl::Run() {
             }
         }
         const Clock::time_point now = Clock::now();
-        if (next->second.due > now) {
-            changed.wait_until(guard, next->second.due);
+        // A copy: the timer may be killed while this thread waits.
+        const Clock::time_point due = next->second.due;
+        if (due > now) {
+            changed.wait_until(guard, due);
             continue;
         }
         Timer& timer = next->second;

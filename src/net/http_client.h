@@ -48,6 +48,11 @@ class BasicHttpClient {
     void SetTimeout(uint32_t timeoutMs);
     // Milliseconds a kept connection may stay idle and still be reused. Any thread (locked).
     void SetKeepAliveTimeout(uint32_t keepAliveMs);
+    // The keep-alive limit in force. Any thread (locked).
+    uint32_t GetKeepAliveTimeout() {
+        CScopedLock guard(lock);
+        return keepAliveLimit;
+    }
 
     // Connect, send, receive. Returns 0 when a complete response with status 200 arrived, else a
     // result code of net/constants.h. `status` and `serverKeepAlive` are set from any complete

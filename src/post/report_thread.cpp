@@ -98,12 +98,12 @@ void ReportThreadImpl::EnqueueCopies(const std::wstring& url, Iterator first, It
     if (IsSilent()) {
         return;
     }
-    auto post = std::make_unique<ReportPost>();
-    post->url = url;
-    post->records.assign(first, last);
-    post->flag = flag;
-    post->callback = callback;
-    post->context = context;
+    ReportPost post;
+    post.url = url;
+    post.records.assign(first, last);
+    post.flag = flag;
+    post.callback = callback;
+    post.context = context;
     Push(std::move(post));
 }
 
@@ -126,16 +126,16 @@ void ReportThreadImpl::EnqueuePost(const std::wstring& url, std::vector<ReportRe
     if (IsSilent()) {
         return;
     }
-    auto post = std::make_unique<ReportPost>();
-    post->url = url;
-    post->records = std::move(records);
-    post->flag = flag;
-    post->callback = callback;
-    post->context = context;
+    ReportPost post;
+    post.url = url;
+    post.records = std::move(records);
+    post.flag = flag;
+    post.callback = callback;
+    post.context = context;
     Push(std::move(post));
 }
 
-void ReportThreadImpl::Push(std::unique_ptr<ReportPost> post) {
+void ReportThreadImpl::Push(ReportPost&& post) {
     CScopedLock lock(postQueueLock);
     postQueue.push_back(std::move(post));
 }
@@ -155,17 +155,16 @@ void ReportThreadImpl::Stop(unsigned long timeoutMs) {
 
 void ReportThreadImpl::DrainPosts() {
     {
+        // Only the two queues change places under the lock; posting threads never wait for the
+        // copying of posts.
         CScopedLock lock(postQueueLock);
-        for (auto& post : postQueue) {
-            drainBuffer.push_back(std::move(post));
-        }
-        postQueue.clear();
+        drainBuffer.swap(postQueue);
     }
-    for (const auto& post : drainBuffer) {
+    for (const ReportPost& post : drainBuffer) {
         if (IsAbandoned()) {
             break;
         }
-        SendPost(*post);
+        SendPost(post);
     }
     drainBuffer.clear();
 }
@@ -245,10 +244,13 @@ void ReportThreadImpl::SetRecordObserverForTesting(RecordObserver observer) {
 std::vector<ReportPost> ReportThreadImpl::QueuedPostsForTesting() {
     CScopedLock lock(postQueueLock);
     std::vector<ReportPost> copies;
-    for (const auto& post : postQueue) {
-        copies.push_back(*post);
-    }
+    copies.assign(postQueue.begin(), postQueue.end());
     return copies;
+}
+
+size_t ReportThreadImpl::QueueLengthForTesting() {
+    CScopedLock lock(postQueueLock);
+    return postQueue.size();
 }
 
 ReportRecord ReportThreadImpl::CommonParamsForTesting() {

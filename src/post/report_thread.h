@@ -116,8 +116,9 @@ class ReportThreadImpl {
     void SetRecordObserverForTesting(RecordObserver observer);
     // Replaces the hardware id source of BuildRecordQuery. Set before the worker runs.
     void SetHardwareIdSourceForTesting(HardwareIdSource source) { hardwareIdSource = source; }
-    // Copies of the posts waiting in the queue.
+    // Copies of the posts waiting in the queue, and their number.
     std::vector<ReportPost> QueuedPostsForTesting();
+    size_t QueueLengthForTesting();
     ReportRecord CommonParamsForTesting();
     // True once the worker thread has returned (or never existed).
     bool HasEndedForTesting() const { return !thread.isRunning(); }
@@ -131,7 +132,7 @@ class ReportThreadImpl {
     static unsigned ThreadMain(void* argument);
     void Main();
     bool IsAbandoned() const { return abandoned.load(std::memory_order_acquire); }
-    void Push(std::unique_ptr<ReportPost> post);
+    void Push(ReportPost&& post);
     template <class Iterator>
     void EnqueueCopies(const std::wstring& url, Iterator first, Iterator last, bool flag,
                        ReportCallback callback, void* context);
@@ -143,15 +144,15 @@ class ReportThreadImpl {
     bool EscapeValue(const std::string& value, std::string& out);
 
     CThread thread;
-    std::deque<std::unique_ptr<ReportPost>> postQueue;
+    std::deque<ReportPost> postQueue;
     std::deque<ReportResponed> resultQueue;  // owns the posts it points to
     CCriticalSection postQueueLock;
     CCriticalSection resultQueueLock;
     std::atomic<bool> quitRequested{false};
     std::atomic<int32_t> exitMode{1};
-    std::vector<ReportResponed> finishedPosts;             // worker; owns its posts
-    std::vector<std::unique_ptr<ReportPost>> drainBuffer;  // worker
-    std::unique_ptr<char[]> escapeBuffer;                  // worker
+    std::vector<ReportResponed> finishedPosts;  // worker; owns its posts
+    std::deque<ReportPost> drainBuffer;         // worker; swapped with postQueue
+    std::unique_ptr<char[]> escapeBuffer;       // worker
     uint32_t escapeCapacity;
     uint32_t escapeBufferSize;
     std::vector<StartupCall> startupCalls;  // guarded by startupLock

@@ -211,7 +211,7 @@ void BasicDataReport<Worker>::PostEndUpEvent() {
     if (Traced()) {
         WriteTrace(report::kTraceEndUp, report::kLifecycleTraceKeys, record);
     }
-    this->PostImmediately(defaultUrl, records, nullptr, nullptr);
+    this->HandOver(defaultUrl, std::move(records));
 }
 
 template <class Worker>
@@ -310,7 +310,7 @@ bool BasicDataReport<Worker>::SendCustomEvent(const std::string& eid, const std:
     if (Traced()) {
         WriteTrace(report::kTraceSendCustom, report::kCustomTraceKeys, records.front());
     }
-    return this->PostImmediately(defaultUrl, records, nullptr, nullptr);
+    return this->HandOver(defaultUrl, std::move(records));
 }
 
 template <class Worker>
@@ -324,7 +324,7 @@ bool BasicDataReport<Worker>::SendCustomEventExt(const std::string& eid, const s
     if (Traced()) {
         WriteTrace(report::kTraceSendCustomExt, report::kCustomTraceKeys, record);
     }
-    return this->PostImmediately(defaultUrl, records, nullptr, nullptr);
+    return this->HandOver(defaultUrl, std::move(records));
 }
 
 template <class Worker>
@@ -353,7 +353,7 @@ bool BasicDataReport<Worker>::SendErrorEventEx(const std::string& eid, const std
     if (Traced()) {
         WriteTrace(report::kTraceSendErrorEx, report::kCustomTraceKeys, record);
     }
-    return this->PostImmediately(defaultUrl, records, nullptr, nullptr);
+    return this->HandOver(defaultUrl, std::move(records));
 }
 
 template <class Worker>

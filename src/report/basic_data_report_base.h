@@ -91,8 +91,8 @@ class BasicDataReportBase {
     std::vector<ReportPost> NotSentPostsForTesting() { return notSentPosts; }
 
   protected:
-    // The hand-over of a batch the object built itself: the checks of PostImmediately, taking
-    // the records over when they make a single post.
+    // PostImmediately for a batch the object built itself, with no callback: the same checks and
+    // result, taking the records over instead of copying them when they make a single post.
     bool HandOver(const std::wstring& url, std::vector<ReportRecord>&& records);
     // Kills every timer (waiting for a running callback) and ends the worker. The derived
     // destructor calls it, so that no callback reaches a half-destroyed object.

@@ -14,12 +14,21 @@
 namespace qzdata_report_kelvo {
 
 std::string FormatEventTime() {
-    port::LocalTime now;
-    port::GetLocalTime(&now);
-    char text[32];
-    std::snprintf(text, sizeof(text), report::kEventTimeFormat, now.year, now.month, now.day,
-                  now.hour, now.minute, now.second);
-    return text;
+    // The local calendar is worked out once a second per thread: every event asks for it, and
+    // the conversion costs more than the rest of building a record.
+    thread_local int64_t cachedSecond = -1;
+    thread_local std::string cachedText;
+    const int64_t second = port::Time64();
+    if (second != cachedSecond) {
+        port::LocalTime now;
+        port::GetLocalTime(&now);
+        char text[32];
+        std::snprintf(text, sizeof(text), report::kEventTimeFormat, now.year, now.month, now.day,
+                      now.hour, now.minute, now.second);
+        cachedText = text;
+        cachedSecond = second;
+    }
+    return cachedText;
 }
 
 std::string FormatTraceLine(const char* name, const char* const* firstKeys, size_t firstKeyCount,

@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Builds the library, installs it into a prefix under the build directory, builds the example
+# host against the installed package (find_package, the public header and the shared library
+# only), runs it, and checks that the shared library exports nothing but the interface.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+build="${QZ_EXAMPLE_BUILD_DIR:-$root/build-example}"
+prefix="$build/install"
+jobs=$(nproc 2>/dev/null || echo 2)
+
+cmake -S "$root" -B "$build/library" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+      -DCMAKE_INSTALL_PREFIX="$prefix" -DQZ_BUILD_TESTS=OFF -DQZ_BUILD_BENCH=OFF \
+      -DQZ_BUILD_EXAMPLES=OFF >/dev/null
+cmake --build "$build/library" -j"$jobs" --target qzdata_report
+cmake --install "$build/library" >/dev/null
+
+library=$(find "$prefix" -name 'libqzdata_report.so.*' -type f | head -n 1)
+echo "== exported symbols of ${library#$prefix/} =="
+nm -D --defined-only "$library" | c++filt | awk '{ $1 = ""; $2 = ""; sub(/^  /, ""); print }' |
+  sort > "$build/exports.txt"
+cat "$build/exports.txt"
+if grep -v -E '^qzdata_report_kelvo(_internal)?::[A-Za-z0-9_]+\(' "$build/exports.txt" |
+   grep -v -E '^(_init|_fini)$' | grep -q .; then
+  echo "error: the library exports more than its interface:" >&2
+  grep -v -E '^qzdata_report_kelvo(_internal)?::[A-Za-z0-9_]+\(' "$build/exports.txt" >&2
+  exit 1
+fi
+
+cmake -S "$root/examples/minimal_host" -B "$build/minimal_host" \
+      -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build "$build/minimal_host" -j"$jobs"
+echo "== minimal_host =="
+"$build/minimal_host/minimal_host"

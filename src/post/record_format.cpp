@@ -6,6 +6,8 @@
 #include <utility>
 
 #include "codec/utils.h"
+#include "delivery/dispatch_table.h"
+#include "delivery/report_context.h"
 #include "identity/hardware_id_store.h"
 #include "post/constants.h"
 #include "post/report_thread.h"
@@ -278,8 +280,15 @@ void ReportThreadImpl::PostRecord(const std::string& action, const std::string& 
             recordObserver(built);
         }
     }
-    // The delivery engine takes the request from here once it is attached; until then the
-    // record goes no further.
+    if (dispatchTable && reportContext) {
+        // From here the delivery engine owns the record.
+        CStrategy& strategy = reportContext->GetStrategy();
+        dispatchTable->Post(strategy.GetCollectorHost(), built.path, 0, built.signedQuery, 0,
+                            strategy.GetCollectorPort(), built.recordId, built.action,
+                            built.recordTime, false, false);
+    } else if (reportContext) {
+        reportContext->GetStats().AddUnreported();
+    }
 }
 
 }  // namespace qzdata_report_kelvo

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "delivery/dispatch_table.h"
+#include "delivery/report_context.h"
 #include "port/clock.h"
 #include "post/constants.h"
 
@@ -16,6 +18,13 @@ ReportThreadImpl::ReportThreadImpl(std::atomic<bool>* stopOldSdkFlag)
       escapeBufferSize(post::kEscapeBufferSize),
       stopOldSdkFlag(stopOldSdkFlag) {
     InitParamNames();
+    // Without a delivery engine the worker still runs; its records only count as unreported.
+    try {
+        reportContext = std::make_unique<CReportContext>(post::kSdkVersion);
+        dispatchTable = std::make_unique<CDispatchTable>(reportContext.get());
+    } catch (const std::bad_alloc&) {
+        dispatchTable.reset();
+    }
 }
 
 ReportThreadImpl::~ReportThreadImpl() {
@@ -77,6 +86,10 @@ void ReportThreadImpl::Main() {
             call.function(call.argument);
         }
     }
+    if (dispatchTable) {
+        dispatchTable->Start();
+        reportContext->GetStrategy().StartFetch(stopOldSdkFlag);
+    }
 
     while (!quitRequested.load(std::memory_order_acquire)) {
         DrainPosts();
@@ -90,6 +103,12 @@ void ReportThreadImpl::Main() {
         DrainPosts();
     }
     ReportFinishedPosts();
+    // An abandoned worker returned above: its sending threads go on with what they hold, as
+    // they would beside a worker ended by force, and the table stops them when it is destroyed.
+    if (dispatchTable) {
+        dispatchTable->Stop();
+        reportContext->GetStrategy().Join();
+    }
 }
 
 template <class Iterator>
@@ -219,21 +238,22 @@ void ReportThreadImpl::DeliverResults() {
 }
 
 void ReportThreadImpl::SetSessionInfo(const std::string& sessionId, const std::string& pro) {
-    // No delivery engine is attached yet; it takes these once it exists.
-    (void)sessionId;
-    (void)pro;
+    if (reportContext && dispatchTable) {
+        reportContext->SetSessionInfo(sessionId, pro);
+    }
 }
 
 void ReportThreadImpl::SetAccountInfo(const std::string& passport, const std::string& tzuid,
                                       const std::string& channel, const std::string& iver) {
-    (void)passport;
-    (void)tzuid;
-    (void)channel;
-    (void)iver;
+    if (reportContext && dispatchTable) {
+        reportContext->SetAccountInfo(passport, tzuid, channel, iver);
+    }
 }
 
 void ReportThreadImpl::SetDeliveryMachineId(const std::string& id) {
-    (void)id;
+    if (reportContext && dispatchTable) {
+        reportContext->SetDeliveryMachineId(id);
+    }
 }
 
 void ReportThreadImpl::SetRecordObserverForTesting(RecordObserver observer) {

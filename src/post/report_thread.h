@@ -19,6 +19,9 @@
 
 namespace qzdata_report_kelvo {
 
+class CDispatchTable;
+class CReportContext;
+
 // The request that PostRecord made of one record, as the delivery layer receives it.
 struct BuiltRecord {
     std::string action;       // the record's action, in clear in `path`
@@ -96,6 +99,12 @@ class ReportThreadImpl {
                         const std::string& channel, const std::string& iver);
     void SetDeliveryMachineId(const std::string& id);
 
+    // The delivery engine: its shared state and its dispatch table. Either is null when it could
+    // not be made; then records only count as unreported. Owned here; the pointers stay valid
+    // for the life of this object.
+    CReportContext* GetReportContext() { return reportContext.get(); }
+    CDispatchTable* GetDispatchTable() { return dispatchTable.get(); }
+
     // --- Record format -----------------------------------------------------------------------
 
     // Fills paramNames from the long-to-short table; the constructor calls it.
@@ -163,6 +172,9 @@ class ReportThreadImpl {
     ReportRecord commonParams;
     std::map<std::string, std::string> paramNames;
     std::atomic<bool>* stopOldSdkFlag;
+    // Made in the constructor, the table only when the context exists; the table goes first.
+    std::unique_ptr<CReportContext> reportContext;
+    std::unique_ptr<CDispatchTable> dispatchTable;
 
     // The worker stands still until `resumed`; `abandoned` makes it drop everything.
     CEvent resumeEvent;

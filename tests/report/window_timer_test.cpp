@@ -125,20 +125,25 @@ TEST(WindowTimersTest, KillWaitsForARunningCallbackAndNoneStartsAfterIt) {
 
 struct SelfKill {
     WindowTimers* timers;
-    uintptr_t id = 0;
+    std::atomic<uintptr_t> id{0};
     std::atomic<int> calls{0};
     std::atomic<bool> killResult{false};
 };
 
 void KillItself(void* context) {
     auto* self = static_cast<SelfKill*>(context);
+    const uintptr_t id = self->id.load();
+    if (id == 0) {
+        return;  // fired before SetTimer returned the id
+    }
     ++self->calls;
-    self->killResult = self->timers->KillTimer(nullptr, self->id);
+    self->killResult = self->timers->KillTimer(nullptr, id);
 }
 
 TEST(WindowTimersTest, ACallbackMayKillItsOwnTimer) {
     WindowTimers timers;
-    SelfKill self{&timers};
+    SelfKill self;
+    self.timers = &timers;
     self.id = timers.SetTimer(nullptr, 1, &KillItself, &self);
     ASSERT_TRUE(qz_test::WaitUntil([&] { return self.calls.load() == 1; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(20));

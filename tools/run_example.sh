@@ -19,10 +19,10 @@ echo "== exported symbols of ${library#$prefix/} =="
 nm -D --defined-only "$library" | c++filt | awk '{ $1 = ""; $2 = ""; sub(/^  /, ""); print }' |
   sort > "$build/exports.txt"
 cat "$build/exports.txt"
-if grep -v -E '^qzdata_report_kelvo(_internal)?::[A-Za-z0-9_]+\(' "$build/exports.txt" |
-   grep -v -E '^(_init|_fini)$' | grep -q .; then
+interface='^qzdata_report_kelvo(_internal)?::[A-Za-z0-9_]+(\[abi:cxx11\])?\('
+if grep -v -E "$interface" "$build/exports.txt" | grep -q .; then
   echo "error: the library exports more than its interface:" >&2
-  grep -v -E '^qzdata_report_kelvo(_internal)?::[A-Za-z0-9_]+\(' "$build/exports.txt" >&2
+  grep -v -E "$interface" "$build/exports.txt" >&2
   exit 1
 fi
 

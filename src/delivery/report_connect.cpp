@@ -6,6 +6,7 @@
 #include "delivery/constants.h"
 #include "delivery/dispatch_table.h"
 #include "delivery/report_context.h"
+#include "delivery/sleep_precision.h"
 #include "port/clock.h"
 
 namespace qzdata_report_kelvo {
@@ -54,6 +55,7 @@ void CReportConnect::SetUpClient(Client& client, const std::string& clientHost) 
 }
 
 void CReportConnect::Run() {
+    port::RequestPreciseSleeps();
     SetUpClient(primaryClient, host);
     for (;;) {
         CConnectDataPtr data;

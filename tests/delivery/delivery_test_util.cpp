@@ -2,10 +2,28 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+#include "codec/md5.h"
+#include "deployment_config.h"
 
 namespace qz_test {
 
 using namespace qzdata_report_kelvo;
+
+std::string ReadStrategyData(const std::string& name) {
+    std::ifstream file(std::string(QZ_STRATEGY_TEST_DATA) + "/" + name, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+bool StrategyBlobsFit() {
+    Md5Context md5;
+    md5.Start(deployment::kStrategyPass);
+    return ReadStrategyData("pass.md5") == md5.HexDigest() + "\n";
+}
 
 std::string ReplyWithBody(const std::string& body) {
     return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;

@@ -18,6 +18,12 @@ inline const std::string kReplyOk = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\
 inline const std::string kReplyError =
     "HTTP/1.1 500 Internal Server Error\r\nContent-Length: 0\r\n\r\n";
 
+// The file `name` of the strategy test data (blobs made by tests/strategy/data/make_blobs.sh).
+std::string ReadStrategyData(const std::string& name);
+// Whether those blobs were made with this build's strategy pass (another profile cannot decode
+// them).
+bool StrategyBlobsFit();
+
 // A 200 reply that carries `body`.
 std::string ReplyWithBody(const std::string& body);
 

@@ -4,10 +4,8 @@
 
 #include <algorithm>
 #include <atomic>
-#include <fstream>
 #include <mutex>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -22,13 +20,6 @@
 
 namespace qzdata_report_kelvo {
 namespace {
-
-std::string ReadBlob(const std::string& name) {
-    std::ifstream file(std::string(QZ_STRATEGY_TEST_DATA) + "/" + name, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
 
 std::string TestHardwareId() {
     return "K";
@@ -83,16 +74,14 @@ class Collector {
 };
 
 TEST(EndToEndTest, AnEventReachesTheCollectorSignedAndTheStrategyEndsTheLegacyCalls) {
-    Md5Context passCheck;
-    passCheck.Start(deployment::kStrategyPass);
-    const bool blobsFit = ReadBlob("pass.md5") == passCheck.HexDigest() + "\n";
+    const bool blobsFit = qz_test::StrategyBlobsFit();
 
     LegacyFunctions legacy = MakeLinkedLegacyFunctions();
     SetLegacyFunctionsForTesting(&legacy);
     qz_fake_legacy::Clear();
 
     Collector collector;
-    ASSERT_TRUE(collector.Start(blobsFit ? ReadBlob("good.blob") : std::string()));
+    ASSERT_TRUE(collector.Start(blobsFit ? qz_test::ReadStrategyData("good.blob") : std::string()));
     ReportThreadImpl& worker = GetReportObject()->GetReportThread();
     ASSERT_NE(worker.GetReportContext(), nullptr);
     worker.GetReportContext()->GetStrategy().SetRoutingForTesting(

@@ -3,12 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "codec/md5.h"
 #include "delivery/delivery_test_util.h"
 #include "deployment_config.h"
 
@@ -19,11 +16,9 @@ using qz_test::HttpTestServer;
 using qz_test::ServerGroup;
 using Strings = std::vector<std::string>;
 
-std::string ReadData(const std::string& name) {
-    std::ifstream file(std::string(QZ_STRATEGY_TEST_DATA) + "/" + name, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
+// The reply of a strategy server that serves the blob `name`.
+std::string Served(const std::string& name) {
+    return qz_test::ReplyWithBody(qz_test::ReadStrategyData(name + ".blob"));
 }
 
 // What the engine and the report object see of a strategy.
@@ -94,16 +89,14 @@ class StrategyFetch {
 class StrategyFetchTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        Md5Context md5;
-        md5.Start(deployment::kStrategyPass);
-        if (ReadData("pass.md5") != md5.HexDigest() + "\n") {
+        if (!qz_test::StrategyBlobsFit()) {
             GTEST_SKIP() << "the blobs were made with another strategy pass than this build's";
         }
     }
 };
 
 TEST_F(StrategyFetchTest, AGoodBlobReplacesListsAndLimitEverywhereAndSetsTheSwitch) {
-    StrategyFetch fetch(qz_test::ReplyWithBody(ReadData("good.blob")));
+    StrategyFetch fetch(Served("good"));
     ASSERT_TRUE(fetch.started);
     EXPECT_EQ(fetch.before.connectionLimits, (std::vector<uint32_t>{60000, 60000}));
     fetch.Fetch();
@@ -122,7 +115,7 @@ TEST_F(StrategyFetchTest, AGoodBlobReplacesListsAndLimitEverywhereAndSetsTheSwit
 
 TEST_F(StrategyFetchTest, ABlobEndingAfterField28IsAppliedAndLeavesTheSwitchAlone) {
     for (const bool switchBefore : {false, true}) {
-        StrategyFetch fetch(qz_test::ReplyWithBody(ReadData("no_switch.blob")), switchBefore);
+        StrategyFetch fetch(Served("no_switch"), switchBefore);
         ASSERT_TRUE(fetch.started);
         fetch.Fetch();
         const Observed after = fetch.Observe();
@@ -143,7 +136,7 @@ TEST_F(StrategyFetchTest, EveryRefusalLeavesEverythingAsItWas) {
     for (const char* blob :
          {"entry16", "number_letter", "number_blank", "count_letter", "map_blank", "short",
           "zero_length", "hex_short", "hex_long", "length_letter"}) {
-        cases.push_back({blob, qz_test::ReplyWithBody(ReadData(std::string(blob) + ".blob"))});
+        cases.push_back({blob, Served(blob)});
     }
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);

@@ -1,5 +1,5 @@
-// Strategy blobs made by an independent tool (tests/strategy/data/make_blobs.sh, with openssl),
-// served by a loopback server and fetched through the engine's own direct way.
+// Strategy blobs made by an independent tool, served by a loopback server and fetched through
+// the engine's own direct way.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -7,79 +7,64 @@
 #include <vector>
 
 #include "delivery/delivery_test_util.h"
-#include "deployment_config.h"
 
 namespace qzdata_report_kelvo {
 namespace {
 
-using qz_test::HttpTestServer;
-using qz_test::ServerGroup;
 using Strings = std::vector<std::string>;
-
-// The reply of a strategy server that serves the blob `name`.
-std::string Served(const std::string& name) {
-    return qz_test::ReplyWithBody(qz_test::ReadStrategyData(name + ".blob"));
-}
 
 // What the engine and the report object see of a strategy.
 struct Observed {
     Strings fallback, postFallback, spare;
-    uint32_t keepAliveLimit;
-    std::vector<uint32_t> connectionLimits;
+    std::vector<uint32_t> limits;  // the strategy's, then each connection's
     bool stopOldSdk;
     StoredStrategyFields stored;
-
     bool operator==(const Observed& o) const {
         return fallback == o.fallback && postFallback == o.postFallback && spare == o.spare &&
-               keepAliveLimit == o.keepAliveLimit && connectionLimits == o.connectionLimits &&
-               stopOldSdk == o.stopOldSdk && stored == o.stored;
+               limits == o.limits && stopOldSdk == o.stopOldSdk && stored == o.stored;
     }
 };
 
-// Ports of two dispatchers that never send.
-const uint16_t kDispatchPorts[] = {1, 2};
-
-// An engine with two dispatchers (so two connections), whose strategy host is a loopback
-// server that answers `reply`.
-class StrategyFetch {
-  public:
-    explicit StrategyFetch(const std::string& reply, bool stopOldSdkBefore = false)
+// An engine with two dispatchers, whose strategy host answers `blob` (a file name, or "" for
+// an empty 200 reply) or, with `fail`, 404.
+struct StrategyFetch {
+    explicit StrategyFetch(const std::string& blob, bool stopOldSdkBefore = false,
+                           bool fail = false)
         : stopOldSdk(stopOldSdkBefore) {
-        started = servers.Start({"127.0.0.1"}, HttpTestServer::Respond(reply));
+        const std::string reply =
+            fail ? "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n"
+                 : qz_test::ReplyWithBody(blob.empty() ? "" : qz_test::ReadStrategyData(blob));
+        started = servers.Start({"127.0.0.1"}, {qz_test::HttpTestServer::Respond(reply)});
         engine = std::make_unique<qz_test::Engine>(
             qz_test::LoopbackRouting("127.0.0.1", servers.port(),
                                      Strings(std::begin(deployment::kFallbackAddresses),
                                              std::end(deployment::kFallbackAddresses))));
-        for (uint16_t port : kDispatchPorts) {
-            engine->table.GetDispatch("127.0.0.1", port);
+        for (uint16_t port : {1, 2}) {
+            engine->table.GetDispatch("127.0.0.1", port);  // never sends
         }
         before = Observe();
-    }
-
-    void Fetch() {
         engine->context.GetStrategy().StartFetch(&stopOldSdk);
         engine->context.GetStrategy().Join();
     }
 
     Observed Observe() {
         CStrategy& strategy = engine->context.GetStrategy();
-        Observed observed{strategy.GetFallbackList().Copy(),
-                          strategy.GetPostFallbackList().Copy(),
-                          strategy.GetSpareFallbackList().Copy(),
-                          strategy.GetKeepAliveLimit(),
-                          {},
-                          stopOldSdk.load(),
-                          strategy.GetStoredFields()};
-        for (uint16_t port : kDispatchPorts) {
-            auto dispatch = engine->table.GetDispatch("127.0.0.1", port);
-            for (const auto& entry : dispatch->GetConnections()) {
-                observed.connectionLimits.push_back(entry.second->GetKeepAliveLimit());
+        Observed o{strategy.GetFallbackList().Copy(),
+                   strategy.GetPostFallbackList().Copy(),
+                   strategy.GetSpareFallbackList().Copy(),
+                   {strategy.GetKeepAliveLimit()},
+                   stopOldSdk.load(),
+                   strategy.GetStoredFields()};
+        for (uint16_t port : {1, 2}) {
+            for (const auto& entry :
+                 engine->table.GetDispatch("127.0.0.1", port)->GetConnections()) {
+                o.limits.push_back(entry.second->GetKeepAliveLimit());
             }
         }
-        return observed;
+        return o;
     }
 
-    ServerGroup servers;
+    qz_test::ServerGroup servers;
     bool started = false;
     std::atomic<bool> stopOldSdk;
     std::unique_ptr<qz_test::Engine> engine;
@@ -96,56 +81,45 @@ class StrategyFetchTest : public ::testing::Test {
 };
 
 TEST_F(StrategyFetchTest, AGoodBlobReplacesListsAndLimitEverywhereAndSetsTheSwitch) {
-    StrategyFetch fetch(Served("good"));
+    StrategyFetch fetch("good.blob");
     ASSERT_TRUE(fetch.started);
-    EXPECT_EQ(fetch.before.connectionLimits, (std::vector<uint32_t>{60000, 60000}));
-    fetch.Fetch();
-
+    EXPECT_EQ(fetch.before.limits, (std::vector<uint32_t>{60000, 60000, 60000}));
     EXPECT_EQ(qz_test::RequestLines(fetch.servers.at(0)),
               Strings{"GET /zhsdkinfo.php?ver=1&EC=1 HTTP/1.1"});
     const Observed after = fetch.Observe();
     EXPECT_EQ(after.fallback, (Strings{"10.1.1.1", "10.1.1.2", "192.168.100.200"}));
     EXPECT_EQ(after.postFallback, (Strings{"10.2.2.1", "10.2.2.2"}));
     EXPECT_EQ(after.spare, Strings{"10.3.3.1"});
-    EXPECT_EQ(after.keepAliveLimit, 30000u);
-    EXPECT_EQ(after.connectionLimits, (std::vector<uint32_t>{30000, 30000}));
+    EXPECT_EQ(after.limits, (std::vector<uint32_t>{30000, 30000, 30000}));
     EXPECT_TRUE(after.stopOldSdk);
     EXPECT_EQ(after.stored.number3, 250u);
 }
 
 TEST_F(StrategyFetchTest, ABlobEndingAfterField28IsAppliedAndLeavesTheSwitchAlone) {
     for (const bool switchBefore : {false, true}) {
-        StrategyFetch fetch(Served("no_switch"), switchBefore);
-        ASSERT_TRUE(fetch.started);
-        fetch.Fetch();
+        StrategyFetch fetch("no_switch.blob", switchBefore);
         const Observed after = fetch.Observe();
         EXPECT_EQ(after.stopOldSdk, switchBefore);
-        EXPECT_EQ(after.keepAliveLimit, 31000u);
-        EXPECT_EQ(after.connectionLimits, (std::vector<uint32_t>{31000, 31000}));
+        EXPECT_EQ(after.limits, (std::vector<uint32_t>{31000, 31000, 31000}));
         EXPECT_EQ(after.fallback.size(), 3u);
     }
 }
 
 TEST_F(StrategyFetchTest, EveryRefusalLeavesEverythingAsItWas) {
-    const std::string kNotFound = "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n";
-    struct Case {
-        std::string name;
-        std::string reply;
-    };
-    std::vector<Case> cases = {{"server error", kNotFound}, {"empty reply", qz_test::kReplyOk}};
     for (const char* blob :
-         {"entry16", "number_letter", "number_blank", "count_letter", "map_blank", "short",
-          "zero_length", "hex_short", "hex_long", "length_letter"}) {
-        cases.push_back({blob, Served(blob)});
+         {"", "entry16.blob", "number_letter.blob", "number_blank.blob", "count_letter.blob",
+          "map_blank.blob", "short.blob", "zero_length.blob", "hex_short.blob", "hex_long.blob",
+          "length_letter.blob"}) {
+        StrategyFetch fetch(blob);
+        EXPECT_EQ(fetch.servers.ConnectionCount(), 1u) << blob;
+        EXPECT_TRUE(fetch.Observe() == fetch.before) << blob;
     }
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        StrategyFetch fetch(c.reply);
-        ASSERT_TRUE(fetch.started);
-        fetch.Fetch();
-        EXPECT_GE(fetch.servers.ConnectionCount(), 1u);
-        EXPECT_TRUE(fetch.Observe() == fetch.before);
-    }
+    // Attempts 1 and 2, then no fallback; the direct way counts nothing.
+    StrategyFetch failed("", false, true);
+    EXPECT_EQ(qz_test::AttemptsSeen({&failed.servers.at(0)}), (std::vector<int>{1, 2}));
+    EXPECT_TRUE(failed.Observe() == failed.before);
+    const ReportCounters counters = failed.engine->Counters();
+    EXPECT_EQ(counters.first_connect + counters.retry + counters.fait + counters.fail_report, 0u);
 }
 
 }  // namespace

@@ -70,7 +70,7 @@ CReportContext::~CReportContext() {
 
 bool CReportContext::FetchStrategy(const std::string& host, uint16_t port, const std::string& path,
                                    std::string& reply) {
-    // The strategy has no fallback on purpose: its list is empty by design.
+    // The strategy has no fallback on purpose: its list stays empty.
     CAddressList& none = strategy.GetStrategyFallbackList();
     CReportConnect connect(host, port, this, &none, &none);
     return connect.FetchPlain(path, 0, std::string(), reply);

@@ -114,7 +114,7 @@ bool StartLibraryOnce() {
 
 void WaitForDelivered(uint64_t count) {
     while (Delivered() < count) {
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
 }
 

@@ -13,6 +13,9 @@ inline constexpr char kSdkVersion[] = "vs-nat-2.2.5";
 // Largest number of records in one queued post; longer batches are cut into runs of this size.
 inline constexpr size_t kRecordsPerPost = 20;
 
+// Sent single-record posts kept for reuse by posting threads (about a kilobyte each).
+inline constexpr size_t kMaxSparePosts = 512;
+
 // Agent text of the worker when its creator names none.
 inline constexpr wchar_t kDefaultUserAgent[] = L"HttpPost by qzdata_report";
 

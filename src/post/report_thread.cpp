@@ -140,18 +140,34 @@ void ReportThreadImpl::EnqueuePost(const std::wstring& url,
     EnqueueCopies(url, first, last, flag, callback, context);
 }
 
-void ReportThreadImpl::EnqueuePost(const std::wstring& url, std::vector<ReportRecord>&& records,
-                                   bool flag, ReportCallback callback, void* context) {
+void ReportThreadImpl::EnqueuePost(ReportPost&& post) {
     if (IsSilent()) {
         return;
     }
-    ReportPost post;
-    post.url = url;
-    post.records = std::move(records);
-    post.flag = flag;
-    post.callback = callback;
-    post.context = context;
     Push(std::move(post));
+}
+
+ReportPost ReportThreadImpl::TakeSparePost() {
+    CScopedLock lock(spareLock);
+    if (sparePosts.empty()) {
+        return ReportPost();
+    }
+    ReportPost post = std::move(sparePosts.back());
+    sparePosts.pop_back();
+    return post;
+}
+
+void ReportThreadImpl::KeepSparePosts(std::vector<ReportPost>& sent) {
+    // One lock for the whole drain: the posting threads take this lock for every report.
+    CScopedLock lock(spareLock);
+    for (ReportPost& post : sent) {
+        if (sparePosts.size() >= post::kMaxSparePosts) {
+            break;
+        }
+        if (post.records.size() == 1) {
+            sparePosts.push_back(std::move(post));
+        }
+    }
 }
 
 void ReportThreadImpl::Push(ReportPost&& post) {
@@ -179,12 +195,13 @@ void ReportThreadImpl::DrainPosts() {
         CScopedLock lock(postQueueLock);
         drainBuffer.swap(postQueue);
     }
-    for (const ReportPost& post : drainBuffer) {
+    for (ReportPost& post : drainBuffer) {
         if (IsAbandoned()) {
             break;
         }
         SendPost(post);
     }
+    KeepSparePosts(drainBuffer);
     drainBuffer.clear();
 }
 

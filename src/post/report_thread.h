@@ -65,9 +65,14 @@ class ReportThreadImpl {
     void EnqueuePost(const std::wstring& url, std::vector<ReportRecord>::const_iterator first,
                      std::vector<ReportRecord>::const_iterator last, bool flag,
                      ReportCallback callback, void* context);
-    // As above, taking the records over instead of copying them.
-    void EnqueuePost(const std::wstring& url, std::vector<ReportRecord>&& records, bool flag,
-                     ReportCallback callback, void* context);
+    // Queues `post` as it stands (taken over, not copied). Dropped while silent. Any thread.
+    void EnqueuePost(ReportPost&& post);
+
+    // A post whose records were sent, for the caller to build a new report in its memory, or
+    // an empty post when none is kept. Building in used memory spares the posting thread the
+    // allocations that dominate the cost of a report; memory the worker frees would reach the
+    // posting threads only through the allocator's slow paths. Any thread.
+    ReportPost TakeSparePost();
 
     // Asks the worker to drain its queue and end, and waits up to `timeoutMs` for it. When the
     // time runs out the worker is abandoned: it drops everything at its next step, and what is
@@ -148,20 +153,25 @@ class ReportThreadImpl {
 
     void DrainPosts();
     void SendPost(const ReportPost& post);
+    // Worker: keeps the sent single-record posts of `sent` for TakeSparePost, up to a bound.
+    void KeepSparePosts(std::vector<ReportPost>& sent);
     void ReportFinishedPosts();
     // Escapes `value` as a record value into the escape buffer; false when nothing came out.
     bool EscapeValue(const std::string& value, std::string& out);
 
     CThread thread;
-    std::deque<ReportPost> postQueue;
+    // In arrival order; a vector so that the two buffers keep their capacity as they trade.
+    std::vector<ReportPost> postQueue;
     std::deque<ReportResponed> resultQueue;  // owns the posts it points to
     CCriticalSection postQueueLock;
     CCriticalSection resultQueueLock;
     std::atomic<bool> quitRequested{false};
     std::atomic<int32_t> exitMode{1};
     std::vector<ReportResponed> finishedPosts;  // worker; owns its posts
-    std::deque<ReportPost> drainBuffer;         // worker; swapped with postQueue
-    std::unique_ptr<char[]> escapeBuffer;       // worker
+    std::vector<ReportPost> drainBuffer;        // worker; swapped with postQueue
+    std::vector<ReportPost> sparePosts;         // guarded by spareLock
+    CCriticalSection spareLock;
+    std::unique_ptr<char[]> escapeBuffer;  // worker
     uint32_t escapeCapacity;
     uint32_t escapeBufferSize;
     std::vector<StartupCall> startupCalls;  // guarded by startupLock

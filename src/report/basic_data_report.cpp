@@ -10,16 +10,9 @@
 #include "post/report_thread.h"
 #include "report/event_ids.h"
 #include "report/event_text.h"
+#include "report/record_builder.h"
 
 namespace qzdata_report_kelvo {
-
-namespace {
-
-std::string Cut(const std::string& text, size_t limit) {
-    return text.size() <= limit ? text : text.substr(0, limit);
-}
-
-}  // namespace
 
 template <class Worker>
 BasicDataReport<Worker>::BasicDataReport() = default;
@@ -174,14 +167,18 @@ void BasicDataReport<Worker>::OnPumpTimer() {
 }
 
 template <class Worker>
-std::vector<ReportRecord> BasicDataReport<Worker>::NewEventRecords() {
-    std::vector<ReportRecord> records(1);
-    ReportRecord& record = records.front();
-    record.emplace(report::kKeyAction, report::kEventAction);
-    record.emplace(report::kKeySessionId, sessionId);
-    record.emplace(report::kKeyDty, dty);
-    record.emplace(report::kKeyPro, pro);
-    return records;
+ReportPost BasicDataReport<Worker>::NewEventPost() {
+    ReportPost post = this->reportThread.TakeSparePost();
+    post.records.resize(1);
+    return post;
+}
+
+template <class Worker>
+void BasicDataReport<Worker>::AddEventKeys(RecordBuilder& record) {
+    record.Add(report::kKeyAction, report::kEventAction);
+    record.Add(report::kKeySessionId, sessionId);
+    record.Add(report::kKeyDty, dty);
+    record.Add(report::kKeyPro, pro);
 }
 
 template <class Worker>
@@ -189,13 +186,17 @@ void BasicDataReport<Worker>::PostStartUpEvent() {
     if ((eventMask.load(std::memory_order_relaxed) & report::kSendStartup) == 0) {
         return;
     }
-    std::vector<ReportRecord> records = NewEventRecords();
-    records.front().emplace(report::kKeyEid, report::kStartupEid);
-    records.front().emplace(report::kKeyTime, FormatEventTime());
-    if (Traced()) {
-        WriteTrace(report::kTraceStartUp, report::kStartUpTraceKeys, records.front());
+    ReportPost post = NewEventPost();
+    {
+        RecordBuilder record(post.records.front());
+        AddEventKeys(record);
+        record.Add(report::kKeyEid, report::kStartupEid);
+        record.Add(report::kKeyTime, FormatEventTime());
     }
-    this->PostWithPriority(defaultUrl, GetDefaultPostPriority(), records, nullptr, nullptr);
+    if (Traced()) {
+        WriteTrace(report::kTraceStartUp, report::kStartUpTraceKeys, post.records.front());
+    }
+    this->PostWithPriority(defaultUrl, GetDefaultPostPriority(), post.records, nullptr, nullptr);
 }
 
 template <class Worker>
@@ -203,15 +204,18 @@ void BasicDataReport<Worker>::PostEndUpEvent() {
     if ((eventMask.load(std::memory_order_relaxed) & report::kSendEndup) == 0) {
         return;
     }
-    std::vector<ReportRecord> records = NewEventRecords();
-    ReportRecord& record = records.front();
-    record.emplace(report::kKeyEid, report::kEndupEid);
-    record.emplace(report::kKeyTime, FormatEventTime());
-    record.emplace(report::kKeyDur, std::to_string(port::GetTickCount() - startTick));
-    if (Traced()) {
-        WriteTrace(report::kTraceEndUp, report::kLifecycleTraceKeys, record);
+    ReportPost post = NewEventPost();
+    {
+        RecordBuilder record(post.records.front());
+        AddEventKeys(record);
+        record.Add(report::kKeyEid, report::kEndupEid);
+        record.Add(report::kKeyTime, FormatEventTime());
+        record.Add(report::kKeyDur, std::to_string(port::GetTickCount() - startTick));
     }
-    this->HandOver(defaultUrl, std::move(records));
+    if (Traced()) {
+        WriteTrace(report::kTraceEndUp, report::kLifecycleTraceKeys, post.records.front());
+    }
+    this->HandOver(defaultUrl, std::move(post));
 }
 
 template <class Worker>
@@ -220,8 +224,10 @@ void BasicDataReport<Worker>::PostHeartBeatEvent() {
         return;
     }
     if (heartbeatRecords.empty()) {
-        heartbeatRecords = NewEventRecords();
-        heartbeatRecords.front().emplace(report::kKeyEid, report::kHeartbeatEid);
+        heartbeatRecords.resize(1);
+        RecordBuilder record(heartbeatRecords.front());
+        AddEventKeys(record);
+        record.Add(report::kKeyEid, report::kHeartbeatEid);
     }
     ReportRecord& record = heartbeatRecords.front();
     // Signed on purpose: a session longer than 24 days shows a negative duration.
@@ -267,22 +273,39 @@ std::wstring BasicDataReport<Worker>::GetDefaultUrl() {
 }
 
 template <class Worker>
-void BasicDataReport<Worker>::AddCustomFields(ReportRecord& record, const std::string& eid,
+void BasicDataReport<Worker>::AddCustomFields(RecordBuilder& record, const std::string& eid,
                                               const std::string& desc, const std::string& content,
                                               int dur, bool ati) {
-    record.emplace(report::kKeyEid, Cut(eid, report::kMaxEidBytes));
+    record.Add(report::kKeyEid, eid, report::kMaxEidBytes);
     if (!desc.empty()) {
-        record.emplace(report::kKeyEidDesc, Cut(desc, report::kMaxDescBytes));
+        record.Add(report::kKeyEidDesc, desc, report::kMaxDescBytes);
     }
     if (!content.empty()) {
-        record.emplace(report::kKeyContent, Cut(content, report::kMaxContentBytes));
+        record.Add(report::kKeyContent, content, report::kMaxContentBytes);
     }
     if (dur >= 0) {
-        record.emplace(report::kKeyDur, std::to_string(dur));
+        record.Add(report::kKeyDur, std::to_string(dur));
     }
     if (ati) {
-        record.emplace(report::kKeyTime, FormatEventTime());
+        record.Add(report::kKeyTime, FormatEventTime());
     }
+}
+
+template <class Worker>
+ReportPost BasicDataReport<Worker>::NewCustomEventPost(const std::string& eid,
+                                                       const std::string& desc,
+                                                       const std::string& content, int dur,
+                                                       bool ati, const ReportRecord* extra) {
+    ReportPost post = NewEventPost();
+    RecordBuilder record(post.records.front());
+    AddEventKeys(record);
+    AddCustomFields(record, eid, desc, content, dur, ati);
+    if (extra != nullptr) {
+        for (const auto& entry : *extra) {
+            record.Add(entry.first, entry.second);
+        }
+    }
+    return post;
 }
 
 template <class Worker>
@@ -291,12 +314,12 @@ bool BasicDataReport<Worker>::PostCustomEvent(const std::string& eid, const std:
     if (eid.empty()) {
         return false;
     }
-    std::vector<ReportRecord> records = NewEventRecords();
-    AddCustomFields(records.front(), eid, desc, content, dur, ati);
+    ReportPost post = NewCustomEventPost(eid, desc, content, dur, ati, nullptr);
     if (Traced()) {
-        WriteTrace(report::kTracePostCustom, report::kCustomTraceKeys, records.front());
+        WriteTrace(report::kTracePostCustom, report::kCustomTraceKeys, post.records.front());
     }
-    return this->PostWithPriority(defaultUrl, GetDefaultPostPriority(), records, nullptr, nullptr);
+    return this->PostWithPriority(defaultUrl, GetDefaultPostPriority(), post.records, nullptr,
+                                  nullptr);
 }
 
 template <class Worker>
@@ -305,26 +328,22 @@ bool BasicDataReport<Worker>::SendCustomEvent(const std::string& eid, const std:
     if (eid.empty()) {
         return false;
     }
-    std::vector<ReportRecord> records = NewEventRecords();
-    AddCustomFields(records.front(), eid, desc, content, dur, ati);
+    ReportPost post = NewCustomEventPost(eid, desc, content, dur, ati, nullptr);
     if (Traced()) {
-        WriteTrace(report::kTraceSendCustom, report::kCustomTraceKeys, records.front());
+        WriteTrace(report::kTraceSendCustom, report::kCustomTraceKeys, post.records.front());
     }
-    return this->HandOver(defaultUrl, std::move(records));
+    return this->HandOver(defaultUrl, std::move(post));
 }
 
 template <class Worker>
 bool BasicDataReport<Worker>::SendCustomEventExt(const std::string& eid, const std::string& desc,
                                                  const std::string& content, int dur, bool ati,
                                                  const ReportRecord& extra) {
-    std::vector<ReportRecord> records = NewEventRecords();
-    ReportRecord& record = records.front();
-    AddCustomFields(record, eid, desc, content, dur, ati);
-    record.insert(extra.begin(), extra.end());
+    ReportPost post = NewCustomEventPost(eid, desc, content, dur, ati, &extra);
     if (Traced()) {
-        WriteTrace(report::kTraceSendCustomExt, report::kCustomTraceKeys, record);
+        WriteTrace(report::kTraceSendCustomExt, report::kCustomTraceKeys, post.records.front());
     }
-    return this->HandOver(defaultUrl, std::move(records));
+    return this->HandOver(defaultUrl, std::move(post));
 }
 
 template <class Worker>
@@ -334,26 +353,29 @@ bool BasicDataReport<Worker>::SendErrorEventEx(const std::string& eid, const std
         return false;
     }
     const std::string errorEid = report::kErrorEidPrefix + eid;
-    std::vector<ReportRecord> records = NewEventRecords();
-    ReportRecord& record = records.front();
-    record.emplace(report::kKeyEid, Cut(errorEid, report::kMaxEidBytes));
-    if (!content.empty()) {
-        record.emplace(report::kKeyContent, Cut(content, report::kMaxContentBytes));
-    }
-    if (!desc.empty()) {
-        // The caller's text only switches the description on; it is the translated id.
-        record.emplace(report::kKeyEidDesc, Cut(TranslateEid(errorEid), report::kMaxDescBytes));
-    }
-    if (dur >= 0) {
-        record.emplace(report::kKeyDur, std::to_string(dur));
-    }
-    if (ati) {
-        record.emplace(report::kKeyTime, FormatEventTime());
+    ReportPost post = NewEventPost();
+    {
+        RecordBuilder record(post.records.front());
+        AddEventKeys(record);
+        record.Add(report::kKeyEid, errorEid, report::kMaxEidBytes);
+        if (!content.empty()) {
+            record.Add(report::kKeyContent, content, report::kMaxContentBytes);
+        }
+        if (!desc.empty()) {
+            // The caller's text only switches the description on; it is the translated id.
+            record.Add(report::kKeyEidDesc, TranslateEid(errorEid), report::kMaxDescBytes);
+        }
+        if (dur >= 0) {
+            record.Add(report::kKeyDur, std::to_string(dur));
+        }
+        if (ati) {
+            record.Add(report::kKeyTime, FormatEventTime());
+        }
     }
     if (Traced()) {
-        WriteTrace(report::kTraceSendErrorEx, report::kCustomTraceKeys, record);
+        WriteTrace(report::kTraceSendErrorEx, report::kCustomTraceKeys, post.records.front());
     }
-    return this->HandOver(defaultUrl, std::move(records));
+    return this->HandOver(defaultUrl, std::move(post));
 }
 
 template <class Worker>

@@ -10,6 +10,7 @@
 
 #include "qzdata_report.h"
 #include "report/basic_data_report_base.h"
+#include "report/record_builder.h"
 #include "runtime/critical_section.h"
 
 namespace qzdata_report_kelvo {
@@ -82,11 +83,18 @@ class BasicDataReport : public BasicDataReportBase<Worker> {
     uintptr_t PumpTimerForTesting() const { return pumpTimer; }
 
   protected:
-    // A batch of one record holding the four keys every event starts with.
-    std::vector<ReportRecord> NewEventRecords();
+    // A post of one record to build an event in; the memory of a sent post when one is kept.
+    ReportPost NewEventPost();
+    // The four keys every event starts with.
+    void AddEventKeys(RecordBuilder& record);
     // Adds the fields of a custom event, cut to their limits.
-    void AddCustomFields(ReportRecord& record, const std::string& eid, const std::string& desc,
+    void AddCustomFields(RecordBuilder& record, const std::string& eid, const std::string& desc,
                          const std::string& content, int dur, bool ati);
+    // A post holding the record of a custom event; `extra` (may be null) adds keys the event
+    // has not set itself.
+    ReportPost NewCustomEventPost(const std::string& eid, const std::string& desc,
+                                  const std::string& content, int dur, bool ati,
+                                  const ReportRecord* extra);
     void KillSessionTimers();
 
     uint32_t startTick = 0;

@@ -155,15 +155,17 @@ bool BasicDataReportBase<Worker>::PostImmediately(const std::wstring& url,
 }
 
 template <class Worker>
-bool BasicDataReportBase<Worker>::HandOver(const std::wstring& url,
-                                           std::vector<ReportRecord>&& records) {
-    if (records.size() > post::kRecordsPerPost) {
-        return PostImmediately(url, records, nullptr, nullptr);
-    }
-    if (GetObjectState() < kInitialised || url.empty() || AllEmpty(records)) {
+bool BasicDataReportBase<Worker>::HandOver(const std::wstring& url, ReportPost&& post) {
+    if (GetObjectState() < kInitialised || url.empty() || AllEmpty(post.records)) {
         return false;
     }
-    reportThread.EnqueuePost(url, std::move(records), true, nullptr, nullptr);
+    if (post.url != url) {
+        post.url.assign(url);
+    }
+    post.flag = true;
+    post.callback = nullptr;
+    post.context = nullptr;
+    reportThread.EnqueuePost(std::move(post));
     return true;
 }
 

@@ -91,9 +91,9 @@ class BasicDataReportBase {
     std::vector<ReportPost> NotSentPostsForTesting() { return notSentPosts; }
 
   protected:
-    // PostImmediately for a batch the object built itself, with no callback: the same checks and
-    // result, taking the records over instead of copying them when they make a single post.
-    bool HandOver(const std::wstring& url, std::vector<ReportRecord>&& records);
+    // PostImmediately for a post of one record that the object built itself, with no
+    // callback: the same checks and result, and the post is taken over instead of copied.
+    bool HandOver(const std::wstring& url, ReportPost&& post);
     // Kills every timer (waiting for a running callback) and ends the worker. The derived
     // destructor calls it, so that no callback reaches a half-destroyed object.
     void ReleaseThreads();

@@ -138,7 +138,9 @@ TEST_F(ReportThreadTest, SilentDropsEveryHandOver) {
     impl.SetSilent(true);
     EXPECT_TRUE(impl.IsSilent());
     Enqueue("dropped");
-    impl.EnqueuePost(L"u", std::vector<ReportRecord>{{{"eid", "moved"}}}, true, nullptr, nullptr);
+    ReportPost moved;
+    moved.records = {{{"eid", "moved"}}};
+    impl.EnqueuePost(std::move(moved));
     EXPECT_TRUE(impl.QueuedPostsForTesting().empty());
     impl.SetSilent(false);
     Enqueue("kept");
@@ -156,6 +158,22 @@ TEST_F(ReportThreadTest, ARecordThatFailsIsSkippedAndTheRestOfThePostGoesOn) {
     ASSERT_EQ(2u, queries.size());
     EXPECT_NE(std::string::npos, queries[0].find("eid%3Da"));
     EXPECT_NE(std::string::npos, queries[1].find("eid%3Dc"));
+}
+
+TEST_F(ReportThreadTest, SentSingleRecordPostsAreKeptForReuse) {
+    EXPECT_TRUE(impl.TakeSparePost().records.empty());
+    Enqueue("one");
+    const std::vector<ReportRecord> two{{{"eid", "a"}}, {{"eid", "b"}}};
+    impl.EnqueuePost(L"u", two.begin(), two.end(), true, nullptr, nullptr);
+    ASSERT_TRUE(impl.Create(L""));
+    impl.Resume();
+    impl.Stop(5000);
+    ASSERT_EQ(3u, collector.Count());
+    // Only the single-record post comes back, with its memory and old content.
+    const ReportPost spare = impl.TakeSparePost();
+    ASSERT_EQ(1u, spare.records.size());
+    EXPECT_EQ("one", spare.records[0].at("eid"));
+    EXPECT_TRUE(impl.TakeSparePost().records.empty());
 }
 
 struct Finished {

@@ -166,9 +166,5 @@ TEST(RawExportsTest, EmptyUrlIsRefused) {
     EXPECT_FALSE(PostImmediately(L"", records, nullptr, nullptr));
 }
 
-TEST(VersionTest, VersionNeedsNoSetUp) {
-    EXPECT_EQ("vs-nat-2.2.5", GetSDKVersion());
-}
-
 }  // namespace
 }  // namespace qzdata_report_kelvo

@@ -140,15 +140,6 @@ TEST_F(ReportObjectTest, PriorityNeverChangesTheFateOfAPost) {
     }
 }
 
-TEST_F(ReportObjectTest, DefaultPriorityIsStoredUnchecked) {
-    EXPECT_EQ(kPriorityImmediate, object->GetDefaultPostPriority());
-    object->SetDefaultPostPriority(static_cast<DataReportPriority>(99));
-    EXPECT_EQ(99, object->GetDefaultPostPriority());
-    EXPECT_FALSE(object->SetMaxPriority(static_cast<DataReportPriority>(6)));
-    EXPECT_TRUE(object->SetMaxPriority(kPriorityHigh));
-    EXPECT_EQ(kPriorityHigh, object->GetMaxPriority());
-}
-
 TEST_F(ReportObjectTest, FlushHandsBucketsOverInRunsOfTwentyWithTheirOwnFields) {
     int context = 0;
     ReportObject::BucketPost held;

@@ -28,9 +28,6 @@ inline constexpr char kSdkVersionKey[] = "sdk_ver";
 inline constexpr char kHardwareIdKey[] = "kelvo_mid";
 inline constexpr char kDeviceIdKey[] = "mid";
 
-// Port given to the delivery layer for records.
-inline constexpr uint16_t kCollectorPort = 80;
-
 // Result of BuildRecordQuery when an escape yields nothing: the record is dropped.
 inline constexpr int kRecordQueryOk = 0;
 inline constexpr int kRecordQueryDropped = 10;

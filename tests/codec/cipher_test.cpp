@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -16,23 +17,20 @@
 namespace qzdata_report_kelvo {
 namespace {
 
+using Rows = std::vector<std::vector<std::string>>;
+
 // Vectors made by the openssl command-line tool (data/make_vectors.sh).
-std::vector<std::vector<std::string>> ReadVectors(const std::string& name) {
-    std::vector<std::vector<std::string>> lines;
+Rows ReadVectors(const std::string& name) {
+    Rows rows;
     std::ifstream file(std::string(QZ_CODEC_TEST_DATA) + "/" + name);
-    std::string line;
-    while (std::getline(file, line)) {
+    for (std::string line; std::getline(file, line);) {
         std::istringstream fields(line);
-        std::vector<std::string> row;
-        std::string field;
-        while (fields >> field) {
-            row.push_back(field);
-        }
+        std::vector<std::string> row{std::istream_iterator<std::string>(fields), {}};
         if (!row.empty()) {
-            lines.push_back(row);
+            rows.push_back(row);
         }
     }
-    return lines;
+    return rows;
 }
 
 std::string FromHex(const std::string& hex) {
@@ -43,10 +41,6 @@ std::string FromHex(const std::string& hex) {
     return bytes;
 }
 
-bool CryptoAvailable() {
-    return crypto::CryptoLibrary::Instance().EVP_md5() != nullptr;
-}
-
 AesBlobPlain DecodeBlob(const std::string& pass, const std::string& blob, bool base64 = false) {
     CAesBlobCipher cipher(base64);
     cipher.SetPassString(pass);
@@ -54,25 +48,26 @@ AesBlobPlain DecodeBlob(const std::string& pass, const std::string& blob, bool b
     return cipher.Decode(blob);
 }
 
-std::string Repeat(char c, size_t count) {
-    return std::string(count, c);
-}
-
-TEST(CAesBlobCipherTest, OpensslVectorsInHexAndBase64) {
-    if (!CryptoAvailable()) {
-        GTEST_SKIP() << "libcrypto cannot be loaded";
+class WithCrypto : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        if (crypto::CryptoLibrary::Instance().EVP_md5() == nullptr) {
+            GTEST_SKIP() << "libcrypto cannot be loaded";
+        }
     }
-    const auto vectors = ReadVectors("aes_vectors.txt");
+};
+
+TEST_F(WithCrypto, AesOpensslVectorsInHexAndBase64) {
+    const Rows vectors = ReadVectors("aes_vectors.txt");
     ASSERT_GE(vectors.size(), 5u);
     for (const auto& v : vectors) {
         ASSERT_EQ(v.size(), 5u);
         const std::string plain = FromHex(v[2]);
-        const int32_t cipherLength = static_cast<int32_t>((plain.size() + 15) / 16 * 16);
         for (bool base64 : {false, true}) {
             const AesBlobPlain result = DecodeBlob(v[1], base64 ? v[4] : v[3], base64);
             EXPECT_EQ(result.plain, plain) << v[0] << (base64 ? " base64" : " hex");
             EXPECT_EQ(result.plainLength, static_cast<int32_t>(plain.size())) << v[0];
-            EXPECT_EQ(result.cipherLength, cipherLength) << v[0];
+            EXPECT_EQ(result.cipherLength, static_cast<int32_t>((plain.size() + 15) / 16 * 16));
         }
         // The key is the pass string's: another pass gives other text.
         EXPECT_NE(DecodeBlob(v[1] + "x", v[3]).plain, plain) << v[0];
@@ -83,9 +78,9 @@ TEST(CAesBlobCipherTest, OpensslVectorsInHexAndBase64) {
     }
 }
 
-// Each of these gives the empty result before any deciphering. Eight digits of 0 and nothing
-// behind them pass the size check, and are empty all the same.
+// Each gives the empty result before any deciphering.
 TEST(CAesBlobCipherTest, RefusesMalformedOuterLayer) {
+    const std::string a32(32, 'a');
     const struct {
         const char* name;
         std::string blob;
@@ -95,19 +90,18 @@ TEST(CAesBlobCipherTest, RefusesMalformedOuterLayer) {
         {"below 8 characters", "0000000", false},
         {"n=0 and nothing behind", "00000000", false},
         {"n=0 and nothing behind, base64", "00000000", true},
-        {"n=0 with text behind", "00000000" + Repeat('a', 32), false},
-        {"n=16 with a padding block", "00000016" + Repeat('a', 64), false},
-        {"n=17 with one block", "00000017" + Repeat('a', 32), false},
-        {"one character too long", "00000005" + Repeat('a', 33), false},
-        {"one character too short", "00000005" + Repeat('a', 31), false},
-        {"letter as last length character", "0000001a" + Repeat('a', 32), false},
-        {"letter inside the length", "00a00016" + Repeat('a', 32), false},
-        {"no number at all", "abcdefgh" + Repeat('a', 32), false},
-        {"negative length", "-0000016" + Repeat('a', 32), false},
-        {"blank before the length", "      16" + Repeat('a', 32), false},
-        {"sign before the length", "+0000016" + Repeat('a', 32), false},
-        {"base64 size wrong", "00000005" + Repeat('A', 23), true},
-        {"hex size in base64 form", "00000005" + Repeat('a', 32), true},
+        {"n=0 with text behind", "00000000" + a32, false},
+        {"n=16 with a padding block", "00000016" + a32 + a32, false},
+        {"n=17 with one block", "00000017" + a32, false},
+        {"one character too long", "00000005" + a32 + "a", false},
+        {"one character too short", "00000005" + a32.substr(1), false},
+        {"letter as last length character", "0000001a" + a32, false},
+        {"letter inside the length", "00a00016" + a32, false},
+        {"negative length", "-0000016" + a32, false},
+        {"blank before the length", "      16" + a32, false},
+        {"sign before the length", "+0000016" + a32, false},
+        {"base64 size wrong", "00000005" + std::string(23, 'A'), true},
+        {"hex size in base64 form", "00000005" + a32, true},
     };
     for (const auto& c : cases) {
         const AesBlobPlain result = DecodeBlob("VectorPass", c.blob, c.base64);
@@ -117,44 +111,25 @@ TEST(CAesBlobCipherTest, RefusesMalformedOuterLayer) {
     }
 }
 
-TEST(DecodeDesBlockTest, OpensslVectorsAndPaddingRules) {
-    if (!CryptoAvailable()) {
-        GTEST_SKIP() << "libcrypto cannot be loaded";
-    }
-    const auto vectors = ReadVectors("des_vectors.txt");
+TEST_F(WithCrypto, DesOpensslVectorsAndPaddingRules) {
+    const Rows vectors = ReadVectors("des_vectors.txt");
     ASSERT_GE(vectors.size(), 6u);
     for (const auto& v : vectors) {
         ASSERT_EQ(v.size(), 4u);
-        std::string cipher;
+        std::string cipher, plain, longKey, withTail;
         ASSERT_GT(Base64Decode(v[2], cipher), 0) << v[0];
-        std::string plain;
         DecodeDesBlock(v[1], cipher, plain);
         EXPECT_EQ(plain, FromHex(v[3])) << v[0];
-
-        // Characters of the key string beyond the eighth play no part.
-        std::string longKey;
+        // Key characters beyond the eighth play no part; a trailing part below 8 bytes is ignored.
         DecodeDesBlock(v[1] + "ignored", cipher, longKey);
         EXPECT_EQ(longKey, plain) << v[0];
-
-        // A trailing part of fewer than 8 bytes is ignored.
-        std::string withTail;
         DecodeDesBlock(v[1], cipher + "xyz", withTail);
         EXPECT_EQ(withTail, plain) << v[0];
     }
 }
 
-TEST(DecodeDesBlockTest, ShortKeyOrEmptyCipherDoesNothing) {
-    std::string plain;
-    DecodeDesBlock("3f9a0c7", std::string(16, 'x'), plain);
-    EXPECT_EQ(plain, "");
-    DecodeDesBlock("3f9a0c7e", "", plain);
-    EXPECT_EQ(plain, "");
-    DecodeDesBlock("3f9a0c7e", "1234567", plain);
-    EXPECT_EQ(plain, "");
-}
-
-// Without libcrypto every wrapper gives its neutral result. The missing library is configured
-// per test and the real names are restored afterwards, so test order does not matter.
+// Without libcrypto every wrapper gives its neutral result. The real names are restored
+// afterwards, so test order does not matter.
 class MissingCryptoLibraryTest : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -178,10 +153,7 @@ TEST_F(MissingCryptoLibraryTest, WrappersGiveNeutralResults) {
     const unsigned char userKey[16] = {};
     EXPECT_EQ(library.AES_set_decrypt_key(userKey, 128, &key), -1);
     EXPECT_EQ(library.AES_set_encrypt_key(userKey, 128, &key), -1);
-
-    unsigned char in[32] = {1};
-    unsigned char out[32] = {};
-    unsigned char vector[16] = {};
+    unsigned char in[32] = {1}, out[32] = {}, vector[16] = {};
     library.AES_cbc_encrypt(in, out, sizeof(in), &key, vector, crypto::kDecrypt);
     EXPECT_EQ(out[0], 0xCD);
     EXPECT_EQ(std::count(out + 1, out + sizeof(out), 0), 31);
@@ -192,23 +164,19 @@ TEST_F(MissingCryptoLibraryTest, WrappersGiveNeutralResults) {
     library.DES_set_key_unchecked(&block, &schedule);
     library.DES_ecb_encrypt(&block, &copy, &schedule, crypto::kDecrypt);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(copy), 8), "abcdefgh");
-}
 
-TEST_F(MissingCryptoLibraryTest, AesBlobGivesMarkedGarbage) {
-    const AesBlobPlain result = DecodeBlob("VectorPass", "00000020" + Repeat('1', 64));
+    const AesBlobPlain result = DecodeBlob("VectorPass", "00000020" + std::string(64, '1'));
     ASSERT_EQ(result.plainLength, 20);
     EXPECT_EQ(result.cipherLength, 32);
-    ASSERT_EQ(result.plain.size(), 20u);
-    EXPECT_EQ(static_cast<unsigned char>(result.plain[0]), 0xCD);
-    EXPECT_EQ(result.plain.substr(1), std::string(19, '\0'));
+    EXPECT_EQ(result.plain, "\xCD" + std::string(19, '\0'));
 }
 
 // Blocks pass unchanged, which puts the padding rule itself under test.
 TEST_F(MissingCryptoLibraryTest, DesCopiesBlocksAndAppliesPaddingRule) {
     const struct {
         const char* name;
-        std::string cipher;
-        std::string plain;
+        std::string cipher, plain;
+        std::string key = "01234567";
     } cases[] = {
         {"byte 3 three times removed", std::string("abcde\3\3\3", 8), "abcde"},
         {"3 2 3 kept", std::string("abcde\3\2\3", 8), std::string("abcde\3\2\3", 8)},
@@ -218,34 +186,29 @@ TEST_F(MissingCryptoLibraryTest, DesCopiesBlocksAndAppliesPaddingRule) {
         {"9 is no padding", std::string("abcdefg\x09", 8), std::string("abcdefg\x09", 8)},
         {"0 is no padding", std::string("abcdefg\0", 8), std::string("abcdefg\0", 8)},
         {"high byte is negative", std::string("abcdefg\x83", 8), std::string("abcdefg\x83", 8)},
-        {"no padding at all", "abcdefgh", "abcdefgh"},
         {"trailing part ignored", "abcdefgh\2\2", "abcdefgh"},
+        {"7-char key does nothing", "abcdefgh", "", "0123456"},
+        {"empty cipher", "", ""},
+        {"below one block", "1234567", ""},
     };
     for (const auto& c : cases) {
         std::string plain;
-        DecodeDesBlock("01234567", c.cipher, plain);
+        DecodeDesBlock(c.key, c.cipher, plain);
         EXPECT_EQ(plain, c.plain) << c.name;
     }
 }
 
 // Threads that bind the functions at the same time all get the same, working binding.
-TEST(CryptoLibraryTest, ConcurrentFirstUseAgrees) {
-    if (!CryptoAvailable()) {
-        GTEST_SKIP() << "libcrypto cannot be loaded";
-    }
-    const auto aes = ReadVectors("aes_vectors.txt");
-    const auto des = ReadVectors("des_vectors.txt");
-    ASSERT_FALSE(aes.empty());
-    ASSERT_FALSE(des.empty());
+TEST_F(WithCrypto, ConcurrentFirstUseAgrees) {
+    const Rows aes = ReadVectors("aes_vectors.txt"), des = ReadVectors("des_vectors.txt");
+    ASSERT_FALSE(aes.empty() || des.empty());
     std::string desCipher;
     Base64Decode(des[0][2], desCipher);
     // A new generation: every function is looked up again, by whichever thread comes first.
     crypto::CryptoLibrary::Instance().OverrideNamesForTesting({});
-
-    constexpr int kThreads = 4;
-    std::vector<std::string> aesPlain(kThreads), desPlain(kThreads);
+    std::vector<std::string> aesPlain(4), desPlain(4);
     std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
+    for (size_t t = 0; t < aesPlain.size(); ++t) {
         threads.emplace_back([&, t] {
             aesPlain[t] = DecodeBlob(aes[0][1], aes[0][3]).plain;
             DecodeDesBlock(des[0][1], desCipher, desPlain[t]);
@@ -254,10 +217,8 @@ TEST(CryptoLibraryTest, ConcurrentFirstUseAgrees) {
     for (std::thread& thread : threads) {
         thread.join();
     }
-    for (int t = 0; t < kThreads; ++t) {
-        EXPECT_EQ(aesPlain[t], FromHex(aes[0][2])) << t;
-        EXPECT_EQ(desPlain[t], FromHex(des[0][3])) << t;
-    }
+    EXPECT_EQ(aesPlain, std::vector<std::string>(4, FromHex(aes[0][2])));
+    EXPECT_EQ(desPlain, std::vector<std::string>(4, FromHex(des[0][3])));
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -15,15 +14,14 @@
 namespace qzdata_report_kelvo {
 namespace {
 
-// A report object of its own, initialised and never run: every report stays in the queue.
+// A report object of its own, initialised and never run: every report stays in the queue, and
+// its traces are written on the calling thread.
 class TypedEventsTest : public ::testing::Test {
   protected:
     void SetUp() override {
         ASSERT_TRUE(object.Init(L"http://collector.test/", "D", "P", 5000, nullptr, L"", 0, true));
-        port::SetDebugSink([this](const std::string& line) {
-            std::lock_guard<std::mutex> guard(mutex);
-            traces.push_back(line.substr(0, line.find('[')));
-        });
+        port::SetDebugSink(
+            [this](const std::string& line) { traces.push_back(line.substr(0, line.find('['))); });
     }
     void TearDown() override { port::SetDebugSink(nullptr); }
 
@@ -34,89 +32,69 @@ class TypedEventsTest : public ::testing::Test {
         }
         return records;
     }
-    std::vector<std::string> Traces() {
-        std::lock_guard<std::mutex> guard(mutex);
-        return traces;
-    }
-
     ReportObject object;
-    std::mutex mutex;
     std::vector<std::string> traces;
 };
 
+using O = ReportObject&;
+using F = EventFamily;
+
 struct TypedCase {
     const char* name;
-    std::function<bool(ReportObject&, EventFamily)> call;
+    std::function<bool(O, F)> call;
     bool accepted;
-    // Expected fields of the record besides the four common ones and "ati".
-    ReportRecord fields;
+    ReportRecord fields;  // besides the four common ones and "ati"
 };
 
 TEST_F(TypedEventsTest, FamiliesBuildPathsAndDescriptions) {
     ASSERT_TRUE(AddEidDescriptions(std::vector<EidDescPair>{{"typedseg", L"Typed"}}));
     const std::vector<TypedCase> cases = {
         {"dur -1 is refused",
-         [](ReportObject& o, EventFamily f) { return ReportEventWithDur(o, f, "a", -1, ""); },
+         [](O o, F f) { return ReportEventWithDur(o, f, "a", -1, ""); },
          false,
          {}},
         {"dur 0 is sent",
-         [](ReportObject& o, EventFamily f) { return ReportEventWithDur(o, f, "a", 0, "d"); },
+         [](O o, F f) { return ReportEventWithDur(o, f, "a", 0, "d"); },
          true,
          {{"eid", "a"}, {"eid_desc", "d"}, {"dur", "0"}}},
         {"empty eid is refused",
-         [](ReportObject& o, EventFamily f) { return ReportEventWithDur(o, f, "", 1, "d"); },
+         [](O o, F f) { return ReportEventWithDur(o, f, "", 1, "d"); },
          false,
          {}},
         {"null eid is refused",
-         [](ReportObject& o, EventFamily f) {
-             return ReportEventWithSrc(o, f, nullptr, "s", "d", nullptr);
-         },
+         [](O o, F f) { return ReportEventWithSrc(o, f, nullptr, "s", "d", nullptr); },
          false,
          {}},
         {"empty src leaves the path alone",
-         [](ReportObject& o, EventFamily f) {
-             return ReportEventWithSrc(o, f, "a", "", nullptr, nullptr);
-         },
+         [](O o, F f) { return ReportEventWithSrc(o, f, "a", "", nullptr, nullptr); },
          true,
          {{"eid", "a"}}},
         {"src extends the path",
-         [](ReportObject& o, EventFamily f) {
-             return ReportEventWithSrc(o, f, "a", "b", "d", nullptr);
-         },
+         [](O o, F f) { return ReportEventWithSrc(o, f, "a", "b", "d", nullptr); },
          true,
          {{"eid", "a/b"}, {"eid_desc", "d"}}},
         {"description equal to the path is left out",
-         [](ReportObject& o, EventFamily f) {
-             return ReportEventWithSrc(o, f, "a", "b", "a/b", nullptr);
-         },
+         [](O o, F f) { return ReportEventWithSrc(o, f, "a", "b", "a/b", nullptr); },
          true,
          {{"eid", "a/b"}}},
         {"missing description comes from the table",
-         [](ReportObject& o, EventFamily f) {
-             return ReportEventWithInt(o, f, "typedseg", -3, nullptr);
-         },
+         [](O o, F f) { return ReportEventWithInt(o, f, "typedseg", -3, nullptr); },
          true,
          {{"eid", "typedseg/-3"}, {"eid_desc", "Typed/-3"}}},
         {"signed value in the path",
-         [](ReportObject& o, EventFamily f) { return ReportEventWithInt(o, f, "a", -3, ""); },
+         [](O o, F f) { return ReportEventWithInt(o, f, "a", -3, ""); },
          true,
          {{"eid", "a/-3"}}},
         {"simple event skips an empty first part",
-         [](ReportObject& o, EventFamily f) {
-             return ReportSimpleEvent(o, f, "a", "", "c", nullptr, -1);
-         },
+         [](O o, F f) { return ReportSimpleEvent(o, f, "a", "", "c", nullptr, -1); },
          true,
          {{"eid", "a/c"}}},
         {"simple event with both parts and a duration",
-         [](ReportObject& o, EventFamily f) {
-             return ReportSimpleEvent(o, f, "a", "b", "c", nullptr, 8);
-         },
+         [](O o, F f) { return ReportSimpleEvent(o, f, "a", "b", "c", nullptr, 8); },
          true,
          {{"eid", "a/b/c"}, {"dur", "8"}}},
         {"simple event turns a negative duration into none",
-         [](ReportObject& o, EventFamily f) {
-             return ReportSimpleEvent(o, f, "a", nullptr, nullptr, nullptr, -7);
-         },
+         [](O o, F f) { return ReportSimpleEvent(o, f, "a", nullptr, nullptr, nullptr, -7); },
          true,
          {{"eid", "a"}}},
     };
@@ -157,7 +135,7 @@ TEST_F(TypedEventsTest, EachFamilyEndsInItsOwnOperation) {
     ReportSimpleEvent(object, EventFamily::kSend, "a", nullptr, nullptr, nullptr, 1);
     EXPECT_EQ((std::vector<std::string>{"PostCustomEvent", "SendCustomEvent", "PostCustomEvent",
                                         "SendCustomEvent"}),
-              Traces());
+              traces);
 }
 
 TEST(RawExportsTest, EmptyUrlIsRefused) {

@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <mutex>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -19,7 +20,13 @@ inline std::string TestHardwareId() {
 
 class ReportObjectTest : public ::testing::Test {
   protected:
-    ReportObjectTest() : object(new ReportObject()) {
+    ReportObjectTest() { Reset(); }
+
+    // A new object whose built records are seen from now on.
+    void Reset() {
+        object.reset(new ReportObject());
+        std::lock_guard<std::mutex> guard(builtMutex);
+        builtQueries.clear();
         object->GetReportThread().SetHardwareIdSourceForTesting(&TestHardwareId);
         object->GetReportThread().SetRecordObserverForTesting([this](const BuiltRecord& built) {
             std::lock_guard<std::mutex> guard(builtMutex);
@@ -34,7 +41,6 @@ class ReportObjectTest : public ::testing::Test {
 
     std::vector<ReportPost> Queued() { return object->GetReportThread().QueuedPostsForTesting(); }
 
-    // Every queued record, in order.
     std::vector<ReportRecord> QueuedRecords() {
         std::vector<ReportRecord> records;
         for (const ReportPost& post : Queued()) {
@@ -50,10 +56,39 @@ class ReportObjectTest : public ::testing::Test {
         return records.empty() ? ReportRecord() : records.front();
     }
 
+    // The record without the four common fields and with a time stamp blanked, both checked here.
+    ReportRecord Own(ReportRecord record) {
+        const ReportRecord common{{"act", "zhwebevent"},
+                                  {"dty", "D"},
+                                  {"pro", "P"},
+                                  {"session_id", object->GetSessionId()}};
+        for (const auto& field : common) {
+            EXPECT_EQ(field.second, record[field.first]);
+            record.erase(field.first);
+        }
+        if (record.count("ati") != 0) {
+            EXPECT_TRUE(std::regex_match(record["ati"], std::regex("[0-9]{14}")));
+            record["ati"] = "";
+        }
+        return record;
+    }
+
     // Signed queries the worker built, in order.
     std::vector<std::string> BuiltQueries() {
         std::lock_guard<std::mutex> guard(builtMutex);
         return builtQueries;
+    }
+
+    // The event ids of the built records, in order.
+    std::vector<std::string> BuiltEids() {
+        std::vector<std::string> eids;
+        for (const std::string& query : BuiltQueries()) {
+            std::smatch match;
+            const bool found =
+                std::regex_search(query, match, std::regex("(?:extra=|%26)eid%3D([a-z]+)"));
+            eids.push_back(found ? match[1].str() : "?");
+        }
+        return eids;
     }
 
     // Declared first, destroyed last: the worker may report into them until the object is gone.

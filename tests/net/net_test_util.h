@@ -19,6 +19,13 @@ inline const std::string kOk = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
 inline const std::string kOkKeepAlive =
     "HTTP/1.1 200 OK\r\nConnection: Keep-Alive\r\nContent-Length: 2\r\n\r\nok";
 
+template <class Client>
+void Aim(Client& client, uint16_t port, uint32_t timeoutMs) {
+    client.SetHost("127.0.0.1");
+    client.SetPort(port);
+    client.SetTimeout(timeoutMs);
+}
+
 // What one Request gave.
 struct Reply {
     int code = -1;
@@ -28,19 +35,11 @@ struct Reply {
 };
 
 template <class Client>
-void Aim(Client& client, uint16_t port, uint32_t timeoutMs) {
-    client.SetHost("127.0.0.1");
-    client.SetPort(port);
-    client.SetTimeout(timeoutMs);
-}
-
-template <class Client>
 Reply Fetch(Client& client, bool keepAlive = false, bool post = false,
             const std::string& path = "/", const std::string& body = "") {
-    Reply reply;
-    reply.code = client.Request(keepAlive, post, path, body, reply.status, reply.serverKeepAlive,
-                                true, reply.body);
-    return reply;
+    Reply r;
+    r.code = client.Request(keepAlive, post, path, body, r.status, r.serverKeepAlive, true, r.body);
+    return r;
 }
 
 }  // namespace net_test

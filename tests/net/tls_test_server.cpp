@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 
+#include <algorithm>
 #include <memory>
 
 namespace qz_test {
@@ -48,79 +49,40 @@ SSL_CTX* ServerContext() {
     return context;
 }
 
-struct SessionDeleter {
-    void operator()(SSL* session) const { SSL_free(session); }
-};
-using Session = std::unique_ptr<SSL, SessionDeleter>;
-
-// A server session over the connection's (blocking) socket after a completed handshake; null
-// when the handshake failed.
-Session Accept(TestConnection& connection) {
-    timeval limit{kServerIoTimeoutMs / 1000, 0};
-    setsockopt(connection.fd(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
-    setsockopt(connection.fd(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
-    SSL_CTX* context = ServerContext();
-    if (context == nullptr) {
-        return nullptr;
-    }
-    Session session(SSL_new(context));
-    if (!session || SSL_set_fd(session.get(), connection.fd()) != 1 ||
-        SSL_accept(session.get()) != 1) {
-        ERR_clear_error();
-        return nullptr;
-    }
-    return session;
-}
-
-// Reads until the head of a request has arrived (the clients' requests here carry no body).
-bool ReadRequestHead(SSL* session) {
-    std::string received;
-    char buffer[1024];
-    while (received.find("\r\n\r\n") == std::string::npos) {
-        const int count = SSL_read(session, buffer, sizeof(buffer));
-        if (count <= 0) {
-            return false;
-        }
-        received.append(buffer, static_cast<size_t>(count));
-    }
-    return true;
-}
-
 }  // namespace
 
-HttpTestServer::Handler TlsRespond(std::string reply) {
-    return [reply](TestConnection& connection) {
-        Session session = Accept(connection);
-        if (!session) {
-            return;
-        }
-        if (ReadRequestHead(session.get())) {
-            SSL_write(session.get(), reply.data(), static_cast<int>(reply.size()));
-        }
-        SSL_shutdown(session.get());
-        ERR_clear_error();
-        connection.WaitForPeerClose();
-    };
-}
-
-HttpTestServer::Handler TlsHandshakeThenReset() {
-    return [](TestConnection& connection) {
-        if (Session session = Accept(connection)) {
+HttpTestServer::Handler TlsPeer(TlsThen then, std::string reply) {
+    return [then, reply](TestConnection& connection) {
+        timeval limit{kServerIoTimeoutMs / 1000, 0};
+        setsockopt(connection.fd(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
+        setsockopt(connection.fd(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
+        SSL_CTX* context = ServerContext();
+        std::unique_ptr<SSL, void (*)(SSL*)> session(context ? SSL_new(context) : nullptr,
+                                                     SSL_free);
+        if (!session || SSL_set_fd(session.get(), connection.fd()) != 1 ||
+            SSL_accept(session.get()) != 1) {
+            ERR_clear_error();
+        } else if (then == TlsThen::Reset) {
             connection.Reset();
-        }
-    };
-}
-
-HttpTestServer::Handler TlsHandshakeThenStall() {
-    return [](TestConnection& connection) {
-        if (Session session = Accept(connection)) {
+        } else if (then == TlsThen::Stall) {
             connection.Stall();
+        } else {
+            // Reads the request head (the clients' requests here carry no body), then answers.
+            std::string received;
+            char buffer[1024];
+            int count = 1;
+            while (count > 0 && received.find("\r\n\r\n") == std::string::npos) {
+                count = SSL_read(session.get(), buffer, sizeof(buffer));
+                received.append(buffer, static_cast<size_t>(std::max(count, 0)));
+            }
+            if (count > 0) {
+                SSL_write(session.get(), reply.data(), static_cast<int>(reply.size()));
+            }
+            SSL_shutdown(session.get());
+            ERR_clear_error();
+            connection.WaitForPeerClose();
         }
     };
-}
-
-HttpTestServer::Handler CloseDuringHandshake() {
-    return [](TestConnection& connection) { connection.ReadAtLeast(1); };
 }
 
 }  // namespace qz_test

@@ -4,20 +4,15 @@
 // including it may also include the client's own declarations.
 #pragma once
 
-#include <cstdint>
 #include <string>
 
 #include "support/http_test_server.h"
 
 namespace qz_test {
 
-// Handshakes, reads one request, answers `reply`, closes the session and waits for the peer.
-HttpTestServer::Handler TlsRespond(std::string reply);
-// Handshakes, then closes the connection with a reset.
-HttpTestServer::Handler TlsHandshakeThenReset();
-// Handshakes, then holds the connection without reading or answering.
-HttpTestServer::Handler TlsHandshakeThenStall();
-// Takes the first bytes of the client's handshake, then closes the connection.
-HttpTestServer::Handler CloseDuringHandshake();
+// What the peer does after the handshake: reads one request, answers `reply` and closes the
+// session; closes the connection with a reset; or holds it without reading or answering.
+enum class TlsThen { Respond, Reset, Stall };
+HttpTestServer::Handler TlsPeer(TlsThen then, std::string reply = "");
 
 }  // namespace qz_test

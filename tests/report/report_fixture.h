@@ -25,8 +25,11 @@ class ReportObjectTest : public ::testing::Test {
     // A new object whose built records are seen from now on.
     void Reset() {
         object.reset(new ReportObject());
-        std::lock_guard<std::mutex> guard(builtMutex);
-        builtQueries.clear();
+        {
+            std::lock_guard<std::mutex> guard(builtMutex);
+            builtQueries.clear();
+        }
+        // builtMutex is not held here: the observer takes it under the thread's own lock.
         object->GetReportThread().SetHardwareIdSourceForTesting(&TestHardwareId);
         object->GetReportThread().SetRecordObserverForTesting([this](const BuiltRecord& built) {
             std::lock_guard<std::mutex> guard(builtMutex);

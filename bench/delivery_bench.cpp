@@ -100,8 +100,8 @@ bool StartLibraryOnce() {
             return false;
         }
         qzdata_report_kelvo::StrategyRouting routing = qzdata_report_kelvo::DefaultRouting();
-        routing.collectorHost = routing.strategyHost = "127.0.0.1";
-        routing.collectorPort = routing.strategyPort = collector.port;
+        routing.hosts.collectorHost = routing.hosts.strategyHost = "127.0.0.1";
+        routing.hosts.collectorPort = routing.hosts.strategyPort = collector.port;
         routing.fallbackAddresses.clear();
         Context().GetStrategy().SetRoutingForTesting(routing);
         qzdata_report_kelvo::Init(L"http://collector.test/c.gif", "pc", "bench-product", 60000,

@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "port/clock.h"
+#include "port/env.h"
 #include "qzdata_report.h"
 #include "report/event_text.h"
 #include "report/report_object.h"
@@ -42,7 +42,7 @@ void StartLibraryOnce() {
 void WaitForDrain() {
     auto& worker = qzdata_report_kelvo::GetReportObject()->GetReportThread();
     // Spinning rather than sleeping: the host's thread stays on its core, as a busy host's does.
-    while (worker.QueueLengthForTesting() != 0) {
+    while (worker.QueueLength() != 0) {
         std::this_thread::yield();
     }
 }

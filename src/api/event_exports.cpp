@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "api/guard.h"
 #include "api/legacy_bridge.h"
 #include "api/typed_events.h"

@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "api/legacy_bridge.h"
 
 #include <atomic>

@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "api/legacy_library.h"
 
 namespace qzdata_report_kelvo {

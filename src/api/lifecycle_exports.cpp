@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include <algorithm>
 #include <cstdint>
 

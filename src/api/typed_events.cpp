@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "api/typed_events.h"
 
 #include <string>

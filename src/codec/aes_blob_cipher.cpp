@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "codec/aes_blob_cipher.h"
 
 #include <algorithm>
@@ -9,18 +7,9 @@
 
 #include "codec/base64.h"
 #include "codec/constants.h"
+#include "codec/text.h"
 
 namespace qzdata_report_kelvo {
-
-namespace {
-
-// Lower-case hexadecimal only: other letters give wrong values without complaint, as the
-// blob's producer never writes them.
-int HexValue(char c) {
-    return c <= '9' ? c - '0' : c - 'a' + 10;
-}
-
-}  // namespace
 
 CAesBlobCipher::CAesBlobCipher(bool base64Text) : keySchedule(), digest(), base64Text(base64Text) {}
 
@@ -84,8 +73,10 @@ AesBlobPlain CAesBlobCipher::Decode(const std::string& blob) {
     } else {
         const char* hex = blob.data() + codec::kBlobLengthDigits;
         for (size_t i = 0; i < input.size(); ++i) {
-            input[i] =
-                static_cast<unsigned char>(HexValue(hex[2 * i]) * 16 + HexValue(hex[2 * i + 1]));
+            // The blob's producer writes lower-case digits only.
+            input[i] = static_cast<unsigned char>(
+                text::HexDigitValue(hex[2 * i], text::HexInput::kLowerUnchecked) * 16 +
+                text::HexDigitValue(hex[2 * i + 1], text::HexInput::kLowerUnchecked));
         }
         decoded = input.size();
     }

@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "codec/base64.h"
 
 #include <array>

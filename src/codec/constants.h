@@ -28,9 +28,5 @@ inline constexpr size_t kInt32TextSize = 12;
 inline constexpr size_t kDoubleTextSize = 311;
 inline constexpr size_t kUInt64TextSize = 21;
 
-// The request path of signed records and lines.
-inline constexpr char kGifPathPrefix[] = "/c.gif?act=";
-inline constexpr char kGifPathSuffix[] = "&smkdata=0";
-
 }  // namespace codec
 }  // namespace qzdata_report_kelvo

@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "codec/crypto_library.h"
 
 #include <cstring>

@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "codec/des_block.h"
 
 #include <cstring>

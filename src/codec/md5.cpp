@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "codec/md5.h"
 
 #include <cstring>

@@ -1,17 +1,15 @@
-#include "port/port.h"
-
 #include "codec/utils.h"
 
-#include <array>
 #include <cstdio>
 #include <vector>
 
 #include "codec/constants.h"
 #include "codec/md5.h"
+#include "codec/text.h"
+#include "codec/wire_names.h"
 #include "deployment_config.h"
-#include "port/clock.h"
+#include "port/env.h"
 #include "port/file_system.h"
-#include "port/random.h"
 
 namespace qzdata_report_kelvo {
 
@@ -86,19 +84,8 @@ double SecondsSince(int64_t time) {
 
 std::string FormatGuidText() {
     uint8_t bytes[16];
-    // A failed source leaves zeros, and the text stays all zeros rather than a fake version 4.
-    if (port::RandomBytes(bytes, sizeof(bytes))) {
-        bytes[6] = static_cast<uint8_t>((bytes[6] & 0x0F) | 0x40);
-        bytes[8] = static_cast<uint8_t>((bytes[8] & 0x3F) | 0x80);
-    }
-    const uint32_t first = (static_cast<uint32_t>(bytes[0]) << 24) |
-                           (static_cast<uint32_t>(bytes[1]) << 16) |
-                           (static_cast<uint32_t>(bytes[2]) << 8) | bytes[3];
-    const unsigned second = (static_cast<unsigned>(bytes[4]) << 8) | bytes[5];
-    const unsigned third = (static_cast<unsigned>(bytes[6]) << 8) | bytes[7];
-    return Format<33>("%08x%04x%04x%02x%02x%02x%02x%02x%02x%02x%02x", first, second, third,
-                      bytes[8], bytes[9], bytes[10], bytes[11], bytes[12], bytes[13], bytes[14],
-                      bytes[15]);
+    text::NewUuid4(bytes);
+    return text::UuidText(bytes, text::UuidForm::kPlain);
 }
 
 bool EnsureDirectory(const std::string& path) {
@@ -151,17 +138,17 @@ void BuildSignedQuery(const std::string& extra, const std::string& act, std::str
                       const std::string& guid, int64_t time, bool withAct) {
     query.clear();
     if (withAct) {
-        query += "act=";
+        query += wire::kFieldAct;
         query += act;
-        query += "&action=";
+        query += wire::kFieldRecordId;
         query += guid;
     }
     const std::string timeText = TimeText(time);
     std::string key;
     RequestKey(act + timeText + deployment::kRequestSalt, key);
-    query += "&key=";
+    query += wire::kFieldKey;
     query += key;
-    query += "&time=";
+    query += wire::kFieldTime;
     query += timeText;
     if (!extra.empty()) {
         if (extra[0] != '&') {
@@ -177,33 +164,17 @@ bool BuildGifUrl(const std::string& extra, const std::string& act, std::string& 
     guid = FormatGuidText();
     time = port::Time64();
     BuildSignedQuery(extra, act, query, guid, time, false);
-    path = codec::kGifPathPrefix;
+    path = wire::kGifPathPrefix;
     path += act;
-    path += codec::kGifPathSuffix;
+    path += wire::kGifPathSuffix;
     return true;
 }
 
 void EscapeUrl(const std::string& input, std::string& output) {
-    static const std::array<bool, 256> keep = [] {
-        std::array<bool, 256> table{};
-        for (const char* c = codec::kUrlKeepSet; *c != '\0'; ++c) {
-            table[static_cast<unsigned char>(*c)] = true;
-        }
-        return table;
-    }();
-    static const char kUpperHex[] = "0123456789ABCDEF";
+    static const text::EscapeStyle style{text::ByteSet(codec::kUrlKeepSet)};
     output.clear();
     output.reserve(input.size());
-    for (char c : input) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (keep[byte]) {
-            output += c;
-        } else {
-            output += '%';
-            output += kUpperHex[byte >> 4];
-            output += kUpperHex[byte & 0x0F];
-        }
-    }
+    text::AppendEscaped(input, style, output);
 }
 
 }  // namespace qzdata_report_kelvo

@@ -1,26 +1,12 @@
-#include "port/port.h"
-
 #include "delivery/connect_queue.h"
 
 #include <memory>
 
 namespace qzdata_report_kelvo {
 
-void CConnectQueue::Push(const std::string& path, int32_t priority, int32_t type,
-                         const std::string& body, const std::string& recordId,
-                         const std::string& item, int32_t retry, int64_t time, bool base64Body,
-                         bool keepAlive) {
-    auto data = std::make_shared<CConnectData>();
-    data->path = path;
-    data->priority = priority;
-    data->type = type;
-    data->body = body;
-    data->recordId = recordId;
-    data->item = item;
-    data->retry = retry;
-    data->time = time;
-    data->base64Body = base64Body;
-    data->keepAlive = keepAlive;
+void CConnectQueue::Push(CConnectData record) {
+    const int32_t priority = record.priority;
+    auto data = std::make_shared<CConnectData>(std::move(record));
     auto notification = std::make_shared<CConnectNotification>();
 
     // The reader takes the record under the same lock after it woke, so it never finds the

@@ -25,9 +25,7 @@ class CConnectQueue {
 
     // Adds one record (behind the records of equal priority) and its CConnectNotification, as
     // one step under the lock.
-    void Push(const std::string& path, int32_t priority, int32_t type, const std::string& body,
-              const std::string& recordId, const std::string& item, int32_t retry, int64_t time,
-              bool base64Body, bool keepAlive);
+    void Push(CConnectData record);
 
     // Posts a CQuickQuitNotification ahead of every pending notification, so that the sending
     // thread takes it as its next one: shutdown time is bounded by the drain, not by the queue.

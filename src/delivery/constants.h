@@ -1,5 +1,5 @@
 // Fixed values of the delivery engine: time-outs, pass and attempt limits, the drain budget at
-// shutdown, and the texts that the engine adds to a request target.
+// shutdown, and where the log files lie.
 #pragma once
 
 #include <cstdint>
@@ -35,14 +35,6 @@ inline constexpr uint32_t kLoopPauseMs = 1;
 inline constexpr int32_t kPostType = 1;
 // CConnectData::time when the record has no time of its own.
 inline constexpr int64_t kNoTime = -1;
-
-// Texts of the request target.
-inline constexpr char kAttemptKey[] = "EC=";
-inline constexpr char kBase64Flag[] = "&enc=b64";
-inline constexpr char kActionKey[] = "&action=";
-inline constexpr char kSdkVersionKey[] = "&sdkver=";
-inline constexpr char kSdkVersionLead[] = "sdkver=";
-inline constexpr char kItemKey[] = "&item=";
 
 // Where the log files lie: below the per-user application data folder, or relative to the
 // working directory when there is none.

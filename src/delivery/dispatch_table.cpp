@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "delivery/dispatch_table.h"
 
 #include <new>
@@ -9,7 +7,7 @@
 #include "delivery/constants.h"
 #include "delivery/report_context.h"
 #include "deployment_config.h"
-#include "port/clock.h"
+#include "port/env.h"
 
 namespace qzdata_report_kelvo {
 
@@ -42,22 +40,23 @@ std::string CDispatchTable::DispatchKey(const std::string& host, uint16_t port) 
     return host + UInt16ToString(port);
 }
 
-void CDispatchTable::Post(const std::string& host, const std::string& path, int32_t priority,
-                          const std::string& body, int32_t type, uint16_t port,
-                          const std::string& recordId, const std::string& item, const int64_t& time,
-                          bool base64Body, bool keepAlive) {
+void CDispatchTable::Post(const std::string& host, uint16_t port, CConnectData record) {
     if (!IsRunning()) {
         return;
     }
     context->GetStats().AddCur();
-    const std::string id = recordId.empty() ? FormatGuidText() : recordId;
-    const int64_t recordTime = time == delivery::kNoTime ? port::Time64() : time;
+    if (record.recordId.empty()) {
+        record.recordId = FormatGuidText();
+    }
+    if (record.time == delivery::kNoTime) {
+        record.time = port::Time64();
+    }
+    record.retry = delivery::kFirstPass;
     const std::shared_ptr<CReportDispatch> dispatch = GetDispatch(host, port);
     if (!dispatch) {
         return;
     }
-    dispatch->GetQueue().Push(path, priority, type, body, id, item, delivery::kFirstPass,
-                              recordTime, base64Body, keepAlive);
+    dispatch->GetQueue().Push(std::move(record));
 }
 
 bool CDispatchTable::Repost(const std::string& recordId, const std::string& host, uint16_t port,
@@ -73,9 +72,10 @@ bool CDispatchTable::Repost(const std::string& recordId, const std::string& host
         context->GetStats().AddResumeReport();
         const std::shared_ptr<CReportDispatch> dispatch = GetDispatch(host, port);
         if (dispatch) {
-            dispatch->GetQueue().Push(data.path, data.priority, data.type, data.body, recordId,
-                                      data.item, data.retry + 1, data.time, data.base64Body,
-                                      data.keepAlive);
+            CConnectData next = data;
+            next.recordId = recordId;
+            next.retry = data.retry + 1;
+            dispatch->GetQueue().Push(std::move(next));
         }
     }
     return true;

@@ -37,12 +37,10 @@ class CDispatchTable : public KeepAliveSink {
     // From now on records are taken on.
     void Start();
 
-    // Takes one record on: counts it in `cur`, gives it a GUID when `recordId` is empty and the
-    // present time when `time` is -1, and queues it in pass 1 on the dispatcher of host and
-    // port. While not running the record is dropped without a count.
-    void Post(const std::string& host, const std::string& path, int32_t priority,
-              const std::string& body, int32_t type, uint16_t port, const std::string& recordId,
-              const std::string& item, const int64_t& time, bool base64Body, bool keepAlive);
+    // Takes one record on: counts it in `cur`, gives it a GUID when its `recordId` is empty and
+    // the present time when its `time` is -1, and queues it in pass 1 on the dispatcher of host
+    // and port. While not running the record is dropped without a count.
+    void Post(const std::string& host, uint16_t port, CConnectData record);
 
     // Puts a record that failed a pass back, in its next pass, behind the records of equal
     // priority, and counts it in `resume_report`. False when the record has used its five

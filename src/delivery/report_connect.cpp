@@ -1,13 +1,12 @@
-#include "port/port.h"
-
 #include "delivery/report_connect.h"
 
 #include "codec/utils.h"
+#include "codec/wire_names.h"
 #include "delivery/constants.h"
 #include "delivery/dispatch_table.h"
 #include "delivery/report_context.h"
-#include "delivery/sleep_precision.h"
-#include "port/clock.h"
+#include "port/sleep_precision.h"
+#include "port/env.h"
 
 namespace qzdata_report_kelvo {
 
@@ -69,7 +68,8 @@ void CReportConnect::Run() {
         }
         if (IsNotification<CConnectNotification>(notification) && data) {
             std::string response;
-            if (!SendWithFallback(primaryClient, *data, false, response, false)) {
+            if (!SendWithFallback(primaryClient, *data, Counting::kCounted, Attempts::kWithFallback,
+                                  response)) {
                 CDispatchTable* table = context->GetDispatchTable();
                 if (table != nullptr && !table->Repost(data->recordId, host, port, *data)) {
                     context->GetStats().AddDel();
@@ -88,7 +88,8 @@ void CReportConnect::DrainAtQuickQuit() {
         // Records already in a later pass had their chances; only untried ones get one more.
         if (data->retry == delivery::kFirstPass && budget > 0) {
             std::string response;
-            const bool sent = SendOnce(primaryClient, *data, 1, false, false, response, true);
+            const bool sent = SendOnce(primaryClient, *data, 1, AfterAttempt::kKeepConnection,
+                                       Counting::kCounted, Attempts::kOnce, response);
             if (sent) {
                 stats.AddSucceedReport();
             } else {
@@ -104,19 +105,20 @@ void CReportConnect::DrainAtQuickQuit() {
 }
 
 template <class Client>
-bool CReportConnect::SendWithFallback(Client& client, const CConnectData& data, bool quiet,
-                                      std::string& response, bool once) {
+bool CReportConnect::SendWithFallback(Client& client, const CConnectData& data, Counting counting,
+                                      Attempts attempts, std::string& response) {
     response.clear();
+    constexpr AfterAttempt keep = AfterAttempt::kKeepConnection;
     bool sent = false;
-    if (once) {
-        sent = SendOnce(client, data, 1, false, quiet, response, true);
+    if (attempts == Attempts::kOnce) {
+        sent = SendOnce(client, data, 1, keep, counting, Attempts::kOnce, response);
     } else {
-        sent = SendOnce(client, data, 1, false, quiet, response, false) ||
-               SendOnce(client, data, 2, false, quiet, response, false) ||
-               SendViaFallback(data, delivery::kFirstFallbackAttempt, quiet, response, false) ||
-               SendViaFallback(data, delivery::kSecondFallbackAttempt, quiet, response, false);
+        sent = SendOnce(client, data, 1, keep, counting, attempts, response) ||
+               SendOnce(client, data, 2, keep, counting, attempts, response) ||
+               SendViaFallback(data, delivery::kFirstFallbackAttempt, counting, response) ||
+               SendViaFallback(data, delivery::kSecondFallbackAttempt, counting, response);
     }
-    if (!quiet) {
+    if (counting == Counting::kCounted) {
         if (sent) {
             context->GetStats().AddSucceedReport();
         } else {
@@ -126,8 +128,8 @@ bool CReportConnect::SendWithFallback(Client& client, const CConnectData& data, 
     return sent;
 }
 
-bool CReportConnect::SendViaFallback(const CConnectData& data, int32_t attempt, bool quiet,
-                                     std::string& response, bool once) {
+bool CReportConnect::SendViaFallback(const CConnectData& data, int32_t attempt, Counting counting,
+                                     std::string& response) {
     response.clear();
     CAddressList* list = data.type == delivery::kPostType ? postFallbackList : fallbackList;
     std::string address;
@@ -138,7 +140,8 @@ bool CReportConnect::SendViaFallback(const CConnectData& data, int32_t attempt, 
         return false;
     }
     SetUpClient(fallbackClient, address);
-    return SendOnce(fallbackClient, data, attempt, true, quiet, response, once);
+    return SendOnce(fallbackClient, data, attempt, AfterAttempt::kCloseConnection, counting,
+                    Attempts::kWithFallback, response);
 }
 
 std::string CReportConnect::BuildTarget(const CConnectData& data, int32_t attempt,
@@ -154,7 +157,7 @@ std::string CReportConnect::BuildTarget(const CConnectData& data, int32_t attemp
     if (target.back() != '?') {
         target += '&';
     }
-    target += delivery::kAttemptKey;
+    target += wire::kFieldAttempt;
     target += Int32ToString(AttemptCount(data, attempt));
 
     // A strategy or configuration request carries neither the record's id nor a body.
@@ -162,18 +165,18 @@ std::string CReportConnect::BuildTarget(const CConnectData& data, int32_t attemp
         return target;
     }
     if (!data.body.empty() && data.base64Body) {
-        target += delivery::kBase64Flag;
+        target += wire::kFieldBase64;
     }
-    target += delivery::kActionKey;
+    target += wire::kFieldRecordId;
     target += data.recordId;
-    if (!sdkVersion.empty() && !StartsWith(data.body, delivery::kSdkVersionLead) &&
-        data.body.find(delivery::kSdkVersionKey) == std::string::npos) {
-        target += delivery::kSdkVersionKey;
+    if (!sdkVersion.empty() && !StartsWith(data.body, wire::kFieldSdkVersionLead) &&
+        data.body.find(wire::kFieldSdkVersion) == std::string::npos) {
+        target += wire::kFieldSdkVersion;
         target += sdkVersion;
     }
     if (data.type == delivery::kPostType) {
         if (!data.item.empty()) {
-            target += delivery::kItemKey;
+            target += wire::kFieldItem;
             target += data.item;
         }
         return target;
@@ -189,8 +192,10 @@ std::string CReportConnect::BuildTarget(const CConnectData& data, int32_t attemp
 
 template <class Client>
 bool CReportConnect::SendOnce(Client& client, const CConnectData& data, int32_t attempt,
-                              bool closeAfter, bool quiet, std::string& response, bool once) {
+                              AfterAttempt after, Counting counting, Attempts attempts,
+                              std::string& response) {
     response.clear();
+    const bool quiet = counting == Counting::kQuiet;
     CReportStats& stats = context->GetStats();
     if (!quiet) {
         if (attempt == 1 && data.retry == delivery::kFirstPass) {
@@ -220,11 +225,11 @@ bool CReportConnect::SendOnce(Client& client, const CConnectData& data, int32_t 
             tail += Int32ToString(AttemptCount(data, attempt) - 1);
             tail += '\t';
             tail += client.GetHost();
-            context->AppendFailLine(code, tail, once);
+            context->AppendFailLine(code, tail, attempts == Attempts::kOnce);
         }
         client.Disconnect();
     }
-    if (closeAfter) {
+    if (after == AfterAttempt::kCloseConnection) {
         client.Disconnect();
     }
     if (!quiet) {
@@ -240,7 +245,7 @@ bool CReportConnect::SendOnce(Client& client, const CConnectData& data, int32_t 
 template <class Client>
 bool CReportConnect::SendDirect(Client& client, const std::string& path, int32_t type,
                                 const std::string& body, const std::string& recordId,
-                                const std::string& item, int64_t time, bool once,
+                                const std::string& item, int64_t time, Attempts attempts,
                                 std::string& response) {
     SetUpClient(client, host);
     CConnectData data;
@@ -250,26 +255,26 @@ bool CReportConnect::SendDirect(Client& client, const std::string& path, int32_t
     data.recordId = recordId;
     data.item = item;
     data.time = time;
-    return SendWithFallback(client, data, true, response, once);
+    return SendWithFallback(client, data, Counting::kQuiet, attempts, response);
 }
 
 bool CReportConnect::FetchPlain(const std::string& path, int32_t type, const std::string& body,
                                 std::string& response) {
     return SendDirect(directClient, path, type, body, std::string(), std::string(),
-                      delivery::kNoTime, false, response);
+                      delivery::kNoTime, Attempts::kWithFallback, response);
 }
 
 bool CReportConnect::UploadDirect(const std::string& path, int32_t type, const std::string& body,
                                   const std::string& recordId, const std::string& item,
-                                  int64_t time, bool once) {
+                                  int64_t time, Attempts attempts) {
     std::string response;
-    return SendDirect(directClient, path, type, body, recordId, item, time, once, response);
+    return SendDirect(directClient, path, type, body, recordId, item, time, attempts, response);
 }
 
 bool CReportConnect::FetchSecure(const std::string& path, int32_t type, const std::string& body,
                                  std::string& response) {
     return SendDirect(secureClient, path, type, body, std::string(), std::string(),
-                      delivery::kNoTime, false, response);
+                      delivery::kNoTime, Attempts::kWithFallback, response);
 }
 
 void CReportConnect::SetKeepAliveLimit(uint32_t milliseconds) {
@@ -280,13 +285,13 @@ uint32_t CReportConnect::GetKeepAliveLimit() {
     return primaryClient.GetKeepAliveTimeout();
 }
 
-template bool CReportConnect::SendWithFallback(CHttpClient&, const CConnectData&, bool,
-                                               std::string&, bool);
-template bool CReportConnect::SendWithFallback(CHttpClient_https&, const CConnectData&, bool,
-                                               std::string&, bool);
-template bool CReportConnect::SendOnce(CHttpClient&, const CConnectData&, int32_t, bool, bool,
-                                       std::string&, bool);
-template bool CReportConnect::SendOnce(CHttpClient_https&, const CConnectData&, int32_t, bool, bool,
-                                       std::string&, bool);
+template bool CReportConnect::SendWithFallback(CHttpClient&, const CConnectData&, Counting,
+                                               Attempts, std::string&);
+template bool CReportConnect::SendWithFallback(CHttpClient_https&, const CConnectData&, Counting,
+                                               Attempts, std::string&);
+template bool CReportConnect::SendOnce(CHttpClient&, const CConnectData&, int32_t, AfterAttempt,
+                                       Counting, Attempts, std::string&);
+template bool CReportConnect::SendOnce(CHttpClient_https&, const CConnectData&, int32_t,
+                                       AfterAttempt, Counting, Attempts, std::string&);
 
 }  // namespace qzdata_report_kelvo

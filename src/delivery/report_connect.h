@@ -20,6 +20,15 @@ class CReportContext;
 // SetKeepAliveLimit may come from any thread (the client locks it). A temporary connection
 // lives for one call on its caller's thread and starts no thread. The context and the two
 // lists (held by CStrategy) must outlive the object.
+// Whether a send counts in the statistics and reports its failures (a record of the queued
+// way), or is quiet and keeps the reply body (the direct way).
+enum class Counting { kCounted, kQuiet };
+// Whether a send makes one attempt on the host name only, or all four with fallback.
+enum class Attempts { kWithFallback, kOnce };
+// Whether the connection closes after an attempt that succeeded (it closes after a failure
+// in any case).
+enum class AfterAttempt { kKeepConnection, kCloseConnection };
+
 class CReportConnect : public CRunnable {
   public:
     // A dispatcher's connection: reads `queue` (the dispatcher's) in Run.
@@ -39,25 +48,27 @@ class CReportConnect : public CRunnable {
     void Run();
     void run() override { Run(); }
 
-    // Attempts 1 and 2 on `client`, then attempts 3 and 4 on fallback addresses; with `once`
-    // a single attempt 1 and no fallback. Unless `quiet`, counts the pass in succeed_report or
-    // fail_report. `response` gets the reply body of a quiet success. True on success.
+    // Attempts 1 and 2 on `client`, then attempts 3 and 4 on fallback addresses; with
+    // Attempts::kOnce a single attempt 1 and no fallback. When counted, counts the pass in
+    // succeed_report or fail_report. `response` gets the reply body of a quiet success. True on
+    // success.
     template <class Client>
-    bool SendWithFallback(Client& client, const CConnectData& data, bool quiet,
-                          std::string& response, bool once);
+    bool SendWithFallback(Client& client, const CConnectData& data, Counting counting,
+                          Attempts attempts, std::string& response);
 
     // One attempt on `client`, which must be set up. True when a complete reply with status 200
-    // came. Unless `quiet`, counts the attempt (first_connect or retry, suc or fait) and hands a
-    // failure to the context's failure line; `quiet` also asks for the reply body. Closes the
-    // connection after a failure, and with `closeAfter` in any case.
+    // came. When counted, counts the attempt (first_connect or retry, suc or fait) and hands a
+    // failure to the context's failure line (marked as a single try with Attempts::kOnce); a
+    // quiet attempt asks for the reply body instead. Closes the connection after a failure, and
+    // with AfterAttempt::kCloseConnection in any case.
     template <class Client>
-    bool SendOnce(Client& client, const CConnectData& data, int32_t attempt, bool closeAfter,
-                  bool quiet, std::string& response, bool once);
+    bool SendOnce(Client& client, const CConnectData& data, int32_t attempt, AfterAttempt after,
+                  Counting counting, Attempts attempts, std::string& response);
 
     // One attempt on an address picked from the fallback list of the request type, on this
     // connection's port, over the plain client. False with no attempt when the list is empty.
-    bool SendViaFallback(const CConnectData& data, int32_t attempt, bool quiet,
-                         std::string& response, bool once);
+    bool SendViaFallback(const CConnectData& data, int32_t attempt, Counting counting,
+                         std::string& response);
 
     // The direct way, on the caller's thread, always quiet. FetchPlain and FetchSecure return
     // the reply body in `response`; UploadDirect reads the reply and drops it. FetchSecure asks
@@ -66,7 +77,7 @@ class CReportConnect : public CRunnable {
                     std::string& response);
     bool UploadDirect(const std::string& path, int32_t type, const std::string& body,
                       const std::string& recordId, const std::string& item, int64_t time,
-                      bool once);
+                      Attempts attempts);
     bool FetchSecure(const std::string& path, int32_t type, const std::string& body,
                      std::string& response);
 
@@ -88,8 +99,8 @@ class CReportConnect : public CRunnable {
     // The one direct routine; the client type is its variable.
     template <class Client>
     bool SendDirect(Client& client, const std::string& path, int32_t type, const std::string& body,
-                    const std::string& recordId, const std::string& item, int64_t time, bool once,
-                    std::string& response);
+                    const std::string& recordId, const std::string& item, int64_t time,
+                    Attempts attempts, std::string& response);
     void DrainAtQuickQuit();
 
     std::string host;

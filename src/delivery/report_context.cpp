@@ -1,14 +1,12 @@
-#include "port/port.h"
-
 #include "delivery/report_context.h"
 
-#include "delivery/app_data_folder.h"
+#include "port/app_data_folder.h"
 #include "delivery/constants.h"
 #include "delivery/dispatch_table.h"
 #include "delivery/report_connect.h"
 #include "delivery/report_log_stream.h"
 #include "net/http_client.h"
-#include "port/clock.h"
+#include "port/env.h"
 
 namespace qzdata_report_kelvo {
 
@@ -50,7 +48,6 @@ std::string MakeLogDirectory() {
 
 CReportContext::CReportContext(const std::string& sdkVersion)
     : sdkVersion(sdkVersion),
-      strategy(this),
       logDirectory(MakeLogDirectory()),
       startTime(port::Time64()),
       requestTimeout(delivery::kRequestTimeoutMs) {

@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "delivery/report_dispatch.h"
 
 #include <new>

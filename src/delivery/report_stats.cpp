@@ -1,10 +1,6 @@
-#include "port/port.h"
-
 #include "delivery/report_stats.h"
 
-#include <utility>
-
-#include "port/clock.h"
+#include "port/env.h"
 
 namespace qzdata_report_kelvo {
 
@@ -18,7 +14,7 @@ int32_t LocalDay() {
 
 }  // namespace
 
-CReportStats::CReportStats() : lastUseDay(LocalDay()), dateSource(&LocalDay) {}
+CReportStats::CReportStats() : lastUseDay(LocalDay()) {}
 
 void CReportStats::Add(uint64_t ReportCounters::*counter) {
     CScopedLock scoped(lock);
@@ -64,7 +60,7 @@ void CReportStats::Reset() {
 void CReportStats::SnapshotStats(ReportCounters& out) {
     CScopedLock scoped(lock);
     out = counters;
-    const int32_t today = dateSource();
+    const int32_t today = LocalDay();
     if (today != lastUseDay) {
         counters = ReportCounters();
     }
@@ -74,12 +70,6 @@ void CReportStats::SnapshotStats(ReportCounters& out) {
 ReportCounters CReportStats::Peek() {
     CScopedLock scoped(lock);
     return counters;
-}
-
-void CReportStats::SetDateSourceForTesting(DateSource source) {
-    CScopedLock scoped(lock);
-    dateSource = std::move(source);
-    lastUseDay = dateSource();
 }
 
 }  // namespace qzdata_report_kelvo

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 
 #include "runtime/critical_section.h"
 
@@ -20,16 +19,13 @@ struct ReportCounters {
     uint64_t fait = 0;            // failed attempts
     uint64_t del = 0;             // records given up
     uint64_t reserved = 0;        // nothing adds to it; carried in snapshots only
-    uint64_t unreported = 0;      // records that found no delivery engine
+    uint64_t unreported = 0;      // records that never reached the delivery engine
 };
 
 // One instance, a member of CReportContext. Every member takes the object's own lock, which
 // nests inside no other lock of the engine's; any thread.
 class CReportStats {
   public:
-    // Local calendar day as year * 10000 + month * 100 + day.
-    using DateSource = std::function<int32_t()>;
-
     CReportStats();
     CReportStats(const CReportStats&) = delete;
     CReportStats& operator=(const CReportStats&) = delete;
@@ -56,16 +52,12 @@ class CReportStats {
     // A copy of the counters, with no effect on the day's count.
     ReportCounters Peek();
 
-    // Tests only: the source of the local day (default: the local clock).
-    void SetDateSourceForTesting(DateSource source);
-
   private:
     void Add(uint64_t ReportCounters::*counter);
 
     CCriticalSection lock;
     ReportCounters counters;  // guarded by lock
-    int32_t lastUseDay;       // guarded by lock
-    DateSource dateSource;    // guarded by lock
+    int32_t lastUseDay;       // local day (year * 10000 + month * 100 + day); guarded by lock
 };
 
 }  // namespace qzdata_report_kelvo

@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "identity/hardware_id_store.h"
 
 namespace qzdata_report_kelvo {

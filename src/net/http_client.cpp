@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "net/http_client.h"
 
 #include <climits>
@@ -7,7 +5,7 @@
 #include <new>
 
 #include "net/http_message.h"
-#include "port/clock.h"
+#include "port/env.h"
 
 namespace qzdata_report_kelvo {
 
@@ -25,8 +23,7 @@ template <class Transport>
 BasicHttpClient<Transport>::BasicHttpClient(bool blockingLookup)
     : blockingLookup(blockingLookup),
       directLookup(blockingLookup),
-      resolver(port::GetAddrInfo),
-      tickSource(port::GetTickCount) {}
+      resolver(port::GetAddrInfo) {}
 
 template <class Transport>
 BasicHttpClient<Transport>::~BasicHttpClient() {
@@ -65,11 +62,6 @@ void BasicHttpClient<Transport>::SetKeepAliveTimeout(uint32_t keepAliveMs) {
 template <class Transport>
 void BasicHttpClient<Transport>::SetResolverForTesting(net::Resolver newResolver) {
     resolver = std::move(newResolver);
-}
-
-template <class Transport>
-void BasicHttpClient<Transport>::SetTickSourceForTesting(net::TickSource source) {
-    tickSource = source;
 }
 
 template <class Transport>
@@ -181,7 +173,7 @@ int BasicHttpClient<Transport>::FinishConnect(int connectResult) {
             return net::kResultConnectFailed;
         }
     }
-    return transport.Handshake(socket, timeout, tickSource);
+    return transport.Handshake(socket, timeout);
 }
 
 template <class Transport>

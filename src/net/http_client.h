@@ -15,7 +15,8 @@
 #include "net/constants.h"
 #include "net/lookup.h"
 #include "net/plain_transport.h"
-#include "net/socket_api.h"
+#include "port/env.h"
+#include "port/socket_api.h"
 #include "net/ticks.h"
 #include "net/tls_transport.h"
 #include "runtime/critical_section.h"
@@ -78,10 +79,8 @@ class BasicHttpClient {
     int GetLastError() const { return lastError; }
     bool IsConnected() const { return socket != port::kInvalidSocket; }
 
-    // Tests only: the resolver used from the next look-up on (the default is port::GetAddrInfo),
-    // and the tick source of every time measurement of this client.
+    // Tests only: the resolver used from the next look-up on (the default is port::GetAddrInfo).
     void SetResolverForTesting(net::Resolver resolver);
-    void SetTickSourceForTesting(net::TickSource source);
     // Tests only: the current look-up mode, and a watch on the address holder (expires when the
     // client and every look-up thread it started have let go of it).
     bool IsDirectLookupForTesting() const { return directLookup; }
@@ -92,7 +91,7 @@ class BasicHttpClient {
     int ResolveOnThread();
     int ResolveDirectly();
     int FinishConnect(int connectResult);
-    uint32_t Now() const { return tickSource(); }
+    static uint32_t Now() { return port::GetTickCount(); }
     uint32_t IdleSince(uint32_t then) const { return net::ElapsedTicks(then, Now()); }
 
     port::SocketHandle socket = port::kInvalidSocket;
@@ -110,7 +109,6 @@ class BasicHttpClient {
     std::shared_ptr<AddrInfoHolder> holder;
     int lastError = 0;
     net::Resolver resolver;
-    net::TickSource tickSource;
 };
 
 extern template class BasicHttpClient<PlainTransport>;

@@ -1,10 +1,8 @@
-#include "port/port.h"
-
 #include "net/http_message.h"
 
-#include <cctype>
 #include <cstdio>
 
+#include "codec/text.h"
 #include "net/constants.h"
 
 namespace qzdata_report_kelvo {
@@ -13,27 +11,16 @@ namespace {
 
 const char kLineEnd[] = "\r\n";
 
-std::string Trim(const std::string& text) {
+std::string Trim(const std::string& value) {
     size_t begin = 0;
-    size_t end = text.size();
-    while (begin < end && std::isspace(static_cast<unsigned char>(text[begin]))) {
+    size_t end = value.size();
+    while (begin < end && text::IsAsciiSpace(value[begin])) {
         ++begin;
     }
-    while (end > begin && std::isspace(static_cast<unsigned char>(text[end - 1]))) {
+    while (end > begin && text::IsAsciiSpace(value[end - 1])) {
         --end;
     }
-    return text.substr(begin, end - begin);
-}
-
-bool EqualsIgnoreCase(const std::string& text, const char* expected) {
-    size_t i = 0;
-    for (; i < text.size() && expected[i] != '\0'; ++i) {
-        if (std::tolower(static_cast<unsigned char>(text[i])) !=
-            std::tolower(static_cast<unsigned char>(expected[i]))) {
-            return false;
-        }
-    }
-    return i == text.size() && expected[i] == '\0';
+    return value.substr(begin, end - begin);
 }
 
 // Reads a decimal number as "%lu" does (leading white space and a sign allowed); false when no
@@ -52,12 +39,10 @@ bool ReadUnsigned(const std::string& text, uint32_t* value) {
 bool ReadChunkSize(const std::string& line, uint32_t* size) {
     uint64_t value = 0;
     for (char c : line) {
-        if (!std::isxdigit(static_cast<unsigned char>(c))) {
+        const int digit = text::HexDigitValue(c);
+        if (digit < 0) {
             return false;
         }
-        const int digit = std::isdigit(static_cast<unsigned char>(c))
-                              ? c - '0'
-                              : std::tolower(static_cast<unsigned char>(c)) - 'a' + 10;
         value = value * 16 + static_cast<uint64_t>(digit);
         if (value > 0xFFFFFFFFu) {
             return false;
@@ -73,12 +58,12 @@ bool ParseStatusLine(const std::string& line, HttpResponseState& state) {
     }
     size_t pos = 0;
     auto skipSpace = [&] {
-        while (pos < line.size() && std::isspace(static_cast<unsigned char>(line[pos]))) {
+        while (pos < line.size() && text::IsAsciiSpace(line[pos])) {
             ++pos;
         }
     };
     auto skipToken = [&] {
-        while (pos < line.size() && !std::isspace(static_cast<unsigned char>(line[pos]))) {
+        while (pos < line.size() && !text::IsAsciiSpace(line[pos])) {
             ++pos;
         }
     };
@@ -103,19 +88,19 @@ void ParseHeaderLine(const std::string& line, HttpResponseState& state) {
     if (name.empty() || value.empty()) {
         return;
     }
-    if (!state.keepAlive && EqualsIgnoreCase(name, "Connection") &&
-        EqualsIgnoreCase(value, "Keep-Alive")) {
+    if (!state.keepAlive && text::EqualsNoCase(name, "Connection") &&
+        text::EqualsNoCase(value, "Keep-Alive")) {
         state.keepAlive = true;
         return;
     }
-    if (EqualsIgnoreCase(name, "Content-Length")) {
+    if (text::EqualsNoCase(name, "Content-Length")) {
         uint32_t length = 0;
         if (ReadUnsigned(value, &length)) {
             state.hasContentLength = true;
             state.contentLength = length;
         }
-    } else if (!state.chunked && EqualsIgnoreCase(name, "Transfer-Encoding") &&
-               EqualsIgnoreCase(value, "chunked")) {
+    } else if (!state.chunked && text::EqualsNoCase(name, "Transfer-Encoding") &&
+               text::EqualsNoCase(value, "chunked")) {
         state.chunked = true;
     }
 }

@@ -11,7 +11,7 @@
 #include <memory>
 #include <string>
 
-#include "net/socket_api.h"
+#include "port/socket_api.h"
 
 namespace qzdata_report_kelvo {
 namespace net {

@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "net/plain_transport.h"
 
 #include <atomic>

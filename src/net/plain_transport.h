@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "net/constants.h"
-#include "net/socket_api.h"
+#include "port/socket_api.h"
 #include "net/ticks.h"
 
 namespace qzdata_report_kelvo {
@@ -32,7 +32,7 @@ class PlainTransport {
 
     // Before connect, after connect: nothing to do for a plain socket.
     int Attach(port::SocketHandle /*socket*/) { return net::kResultOk; }
-    int Handshake(port::SocketHandle /*socket*/, uint32_t /*timeoutMs*/, net::TickSource /*now*/) {
+    int Handshake(port::SocketHandle /*socket*/, uint32_t /*timeoutMs*/) {
         return net::kResultOk;
     }
 

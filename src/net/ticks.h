@@ -6,8 +6,6 @@
 namespace qzdata_report_kelvo {
 namespace net {
 
-// Source of millisecond ticks that wrap at 32 bits (port::GetTickCount unless a test replaces it).
-using TickSource = uint32_t (*)();
 
 // Milliseconds from `then` to `now`. When the counter wrapped in between (now below then), one
 // less than the modular difference: the clients have always measured it this way, and the

@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "net/tls_library.h"
 
 #include "port/dynamic_library.h"

@@ -1,10 +1,8 @@
-#include "port/port.h"
-
 #include "net/tls_transport.h"
 
 #include <atomic>
 
-#include "port/clock.h"
+#include "port/env.h"
 
 namespace qzdata_report_kelvo {
 
@@ -81,9 +79,8 @@ int TlsTransport::Attach(port::SocketHandle socket) {
     return net::kResultOk;
 }
 
-int TlsTransport::Handshake(port::SocketHandle /*socket*/, uint32_t timeoutMs,
-                            net::TickSource now) {
-    const uint32_t start = now();
+int TlsTransport::Handshake(port::SocketHandle /*socket*/, uint32_t timeoutMs) {
+    const uint32_t start = port::GetTickCount();
     for (;;) {
         const int result =
             port::RunWithoutBrokenPipeSignal([this] { return Library().SSL_connect(session); });
@@ -93,7 +90,7 @@ int TlsTransport::Handshake(port::SocketHandle /*socket*/, uint32_t timeoutMs,
         if (result == 0 || !WouldBlock(result)) {
             return net::kResultHandshakeFailed;
         }
-        if (net::ElapsedTicks(start, now()) >= timeoutMs) {
+        if (net::ElapsedTicks(start, port::GetTickCount()) >= timeoutMs) {
             return net::kResultHandshakeTimedOut;
         }
         port::Sleep(1);

@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "net/constants.h"
-#include "net/socket_api.h"
+#include "port/socket_api.h"
 #include "net/ticks.h"
 #include "net/tls_library.h"
 
@@ -48,7 +48,7 @@ class TlsTransport {
     int Attach(port::SocketHandle socket);
     // After connect: the handshake, polled with 1 ms sleeps until it ends or `timeoutMs` passed
     // by `now`. 0, net::kResultHandshakeFailed or net::kResultHandshakeTimedOut.
-    int Handshake(port::SocketHandle socket, uint32_t timeoutMs, net::TickSource now);
+    int Handshake(port::SocketHandle socket, uint32_t timeoutMs);
 
     // Byte count, 0, or negative; WouldBlock tells a negative result that may be retried.
     int Write(port::SocketHandle socket, const char* data, int size);

@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "port/code_page.h"
 
 #include <iconv.h>

@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "port/debug_output.h"
 
 #include <cstdio>

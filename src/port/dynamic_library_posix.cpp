@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "port/dynamic_library.h"
 
 #include <dlfcn.h>

@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "port/file_system.h"
 
 #include <sys/stat.h>

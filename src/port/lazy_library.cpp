@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "port/lazy_library.h"
 
 namespace qzdata_report_kelvo {

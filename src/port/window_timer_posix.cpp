@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "port/window_timer.h"
 
 #include <chrono>

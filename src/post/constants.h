@@ -7,9 +7,6 @@
 namespace qzdata_report_kelvo {
 namespace post {
 
-// The library's version text; also travels in every record under kSdkVersionKey.
-inline constexpr char kSdkVersion[] = "vs-nat-2.2.5";
-
 // Largest number of records in one queued post; longer batches are cut into runs of this size.
 inline constexpr size_t kRecordsPerPost = 20;
 
@@ -19,18 +16,10 @@ inline constexpr size_t kMaxSparePosts = 512;
 // Agent text of the worker when its creator names none.
 inline constexpr wchar_t kDefaultUserAgent[] = L"HttpPost by qzdata_report";
 
-// Record keys and values with a fixed meaning.
-inline constexpr char kDefaultAction[] = "zhwebevent";
-inline constexpr char kActionKey[] = "act";
-inline constexpr char kTimeKey[] = "ati";
-inline constexpr char kExtraKey[] = "extra";
-inline constexpr char kSdkVersionKey[] = "sdk_ver";
-inline constexpr char kHardwareIdKey[] = "kelvo_mid";
-inline constexpr char kDeviceIdKey[] = "mid";
-
-// Result of BuildRecordQuery when an escape yields nothing: the record is dropped.
-inline constexpr int kRecordQueryOk = 0;
-inline constexpr int kRecordQueryDropped = 10;
+// Escaping of record values: the marks that strict escaping keeps besides ASCII letters and
+// digits, and the marks that lenient escaping escapes besides the bytes up to 32.
+inline constexpr char kStrictKeptMarks[] = "-_.!~*'()";
+inline constexpr char kLenientEscapedMarks[] = "\\\"^&`<>[]{}";
 
 // Initial escape scratch: serves sources up to kEscapeCapacity bytes; grows to 3 * length + 1.
 inline constexpr uint32_t kEscapeCapacity = 341;

@@ -1,56 +1,20 @@
-#include "port/port.h"
-
 #include "post/record_format.h"
 
+#include <algorithm>
 #include <set>
 #include <utility>
 
-#include "codec/utils.h"
-#include "delivery/dispatch_table.h"
-#include "delivery/report_context.h"
+#include "codec/text.h"
+#include "codec/wire_names.h"
 #include "identity/hardware_id_store.h"
+#include "library_version.h"
 #include "post/constants.h"
-#include "post/report_thread.h"
 
 namespace qzdata_report_kelvo {
 
 namespace {
 
-unsigned char FoldCase(unsigned char c) {
-    return (c >= 'A' && c <= 'Z') ? static_cast<unsigned char>(c - 'A' + 'a') : c;
-}
-
-bool IsAsciiAlnum(unsigned char c) {
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-
-bool IsStrictKept(unsigned char c) {
-    static constexpr char kMarks[] = "-_.!~*'()";
-    if (IsAsciiAlnum(c)) {
-        return true;
-    }
-    for (const char* mark = kMarks; *mark != '\0'; ++mark) {
-        if (static_cast<unsigned char>(*mark) == c) {
-            return true;
-        }
-    }
-    return false;
-}
-
-bool IsLenientEscaped(unsigned char c) {
-    static constexpr char kUnsafe[] = "\\\"^&`<>[]{}";
-    if (c <= 32) {
-        return true;
-    }
-    for (const char* unsafe = kUnsafe; *unsafe != '\0'; ++unsafe) {
-        if (static_cast<unsigned char>(*unsafe) == c) {
-            return true;
-        }
-    }
-    return false;
-}
-
-using NameSet = std::set<std::string, CaseInsensitiveLess>;
+using NameSet = std::set<std::string, text::CaseInsensitiveLess>;
 
 const NameSet& KnownNames() {
     static const NameSet names(std::begin(post::kKnownParamNames),
@@ -64,26 +28,35 @@ const NameSet& EscapedNames() {
     return names;
 }
 
+text::EscapeStyle StrictStyle(bool blankAsPlus) {
+    text::EscapeStyle style{text::ByteSet(post::kStrictKeptMarks)};
+    style.kept.AddRange('0', '9').AddRange('a', 'z').AddRange('A', 'Z');
+    style.blankAsPlus = blankAsPlus;
+    return style;
+}
+
+text::EscapeStyle LenientStyle() {
+    text::ByteSet escaped(post::kLenientEscapedMarks);
+    escaped.AddRange(0, ' ');
+    return text::EscapeStyle{escaped.Complement()};
+}
+
+const text::EscapeStyle& StyleOf(ParamEscape mode) {
+    static const text::EscapeStyle strictPlus = StrictStyle(true);
+    static const text::EscapeStyle strict = StrictStyle(false);
+    static const text::EscapeStyle lenient = LenientStyle();
+    switch (mode) {
+        case ParamEscape::kStrictBlankAsPlus:
+            return strictPlus;
+        case ParamEscape::kStrict:
+            return strict;
+        case ParamEscape::kLenient:
+            break;
+    }
+    return lenient;
+}
+
 }  // namespace
-
-int CompareNoCase(const std::string& left, const std::string& right) {
-    const size_t common = std::min(left.size(), right.size());
-    for (size_t i = 0; i < common; ++i) {
-        const unsigned char a = FoldCase(static_cast<unsigned char>(left[i]));
-        const unsigned char b = FoldCase(static_cast<unsigned char>(right[i]));
-        if (a != b) {
-            return a < b ? -1 : 1;
-        }
-    }
-    if (left.size() == right.size()) {
-        return 0;
-    }
-    return left.size() < right.size() ? -1 : 1;
-}
-
-bool CaseInsensitiveLess::operator()(const std::string& left, const std::string& right) const {
-    return CompareNoCase(left, right) < 0;
-}
 
 bool IsKnownParamName(const std::string& key) {
     return KnownNames().count(key) != 0;
@@ -93,58 +66,38 @@ bool IsEscapedParamName(const std::string& key) {
     return EscapedNames().count(key) != 0;
 }
 
-uint32_t EscapeParamValue(const char* source, char* target, uint32_t targetSize, bool spaceToPlus,
-                          bool lenient) {
-    static constexpr char kHexDigits[] = "0123456789ABCDEF";
+uint32_t EscapeParamValue(const char* source, char* target, uint32_t targetSize,
+                          ParamEscape mode) {
     if (targetSize == 0) {
         return 0;
     }
+    const text::EscapeStyle& style = StyleOf(mode);
     uint32_t written = 0;
-    // Bytes that the next escape would need, terminating zero included.
-    uint32_t needed = 4;
-    char* out = target;
     for (const char* in = source; *in != '\0'; ++in) {
-        const unsigned char c = static_cast<unsigned char>(*in);
-        bool escape;
-        if (c == ' ' && spaceToPlus && !lenient) {
-            if (written + 1 >= targetSize) {
-                break;
-            }
-            *out++ = '+';
-            ++written;
-            ++needed;
-            continue;
+        char piece[text::kMaxEscapedByte];
+        const uint32_t length = static_cast<uint32_t>(
+            text::EscapeByte(static_cast<unsigned char>(*in), style, piece));
+        // The piece and the terminating zero must fit.
+        if (written + length + 1 > targetSize) {
+            break;
         }
-        escape = lenient ? IsLenientEscaped(c) : !IsStrictKept(c);
-        if (escape) {
-            if (needed > targetSize) {
-                break;
-            }
-            *out++ = '%';
-            *out++ = kHexDigits[c >> 4];
-            *out++ = kHexDigits[c & 0x0F];
-            written += 3;
-            needed += 3;
-        } else {
-            if (written + 1 >= targetSize) {
-                break;
-            }
-            *out++ = static_cast<char>(c);
-            ++written;
-            ++needed;
-        }
+        std::copy(piece, piece + length, target + written);
+        written += length;
     }
-    *out = '\0';
+    target[written] = '\0';
     return written;
 }
 
-void ReportThreadImpl::InitParamNames() {
+RecordFormatter::RecordFormatter()
+    : escapeBuffer(new char[post::kEscapeBufferSize]),
+      escapeCapacity(post::kEscapeCapacity),
+      escapeBufferSize(post::kEscapeBufferSize) {
     for (const post::ParamNameRow& row : post::kParamNames) {
         paramNames[row.longName] = row.shortName;
     }
 }
 
-void ReportThreadImpl::TranslateParamNames(ReportRecord& record) const {
+void RecordFormatter::TranslateParamNames(ReportRecord& record) const {
     bool anyLong = false;
     for (const auto& entry : record) {
         if (paramNames.count(entry.first) != 0) {
@@ -164,32 +117,37 @@ void ReportThreadImpl::TranslateParamNames(ReportRecord& record) const {
     record.swap(translated);
 }
 
-void ReportThreadImpl::SetCommonParams(const ReportRecord& params) {
+void RecordFormatter::SetCommonParams(const ReportRecord& params) {
     CScopedLock lock(commonParamsLock);
     std::string keptDeviceId;
-    if (params.count(post::kDeviceIdKey) == 0) {
-        auto old = commonParams.find(post::kDeviceIdKey);
+    if (params.count(wire::kRecordKeyDeviceId) == 0) {
+        auto old = commonParams.find(wire::kRecordKeyDeviceId);
         if (old != commonParams.end()) {
             keptDeviceId = old->second;
         }
     }
     commonParams = params;
-    commonParams.erase(post::kActionKey);
-    commonParams.erase(post::kTimeKey);
+    commonParams.erase(wire::kRecordKeyAction);
+    commonParams.erase(wire::kRecordKeyTime);
     if (!keptDeviceId.empty()) {
-        commonParams[post::kDeviceIdKey] = keptDeviceId;
+        commonParams[wire::kRecordKeyDeviceId] = keptDeviceId;
     }
 }
 
-bool ReportThreadImpl::EscapeValue(const std::string& value, std::string& out) {
+ReportRecord RecordFormatter::GetCommonParams() {
+    CScopedLock lock(commonParamsLock);
+    return commonParams;
+}
+
+bool RecordFormatter::EscapeValue(const std::string& value, std::string& out) {
     const size_t length = value.size();
     if (length > escapeCapacity) {
         escapeCapacity = static_cast<uint32_t>(length);
         escapeBufferSize = escapeCapacity * 3 + 1;
         escapeBuffer.reset(new char[escapeBufferSize]);
     }
-    const uint32_t written =
-        EscapeParamValue(value.c_str(), escapeBuffer.get(), escapeBufferSize, true, false);
+    const uint32_t written = EscapeParamValue(value.c_str(), escapeBuffer.get(), escapeBufferSize,
+                                              ParamEscape::kStrictBlankAsPlus);
     if (written == 0) {
         return false;
     }
@@ -197,32 +155,24 @@ bool ReportThreadImpl::EscapeValue(const std::string& value, std::string& out) {
     return true;
 }
 
-int ReportThreadImpl::BuildRecordQuery(const ReportRecord& params, std::string& query,
-                                       std::string& action) {
+RecordQueryResult RecordFormatter::BuildRecordQuery(const ReportRecord& params,
+                                                    std::string& query, std::string& action) {
     query.clear();
     ReportRecord record(params);
     TranslateParamNames(record);
 
-    ReportRecord common;
-    {
-        CScopedLock lock(commonParamsLock);
-        common = commonParams;
-    }
+    ReportRecord common = GetCommonParams();
     std::string hardwareId;
-    if (hardwareIdSource != nullptr) {
-        hardwareId = hardwareIdSource();
-    } else {
-        HardwareIdStore::Instance().Get(hardwareId);
-    }
-    common[post::kHardwareIdKey] = hardwareId;
-    if (common.count(post::kSdkVersionKey) == 0) {
-        common[post::kSdkVersionKey] = post::kSdkVersion;
+    HardwareIdStore::Instance().Get(hardwareId);
+    common[wire::kRecordKeyHardwareId] = hardwareId;
+    if (common.count(wire::kRecordKeySdkVersion) == 0) {
+        common[wire::kRecordKeySdkVersion] = version::kSdkVersion;
     }
     record.insert(common.begin(), common.end());
 
-    auto actionEntry = record.find(post::kActionKey);
-    action = actionEntry == record.end() ? std::string(post::kDefaultAction) : actionEntry->second;
-    auto extraEntry = record.find(post::kExtraKey);
+    auto actionEntry = record.find(wire::kRecordKeyAction);
+    action = actionEntry == record.end() ? std::string(wire::kEventAction) : actionEntry->second;
+    auto extraEntry = record.find(wire::kRecordKeyExtra);
     std::string extraText = extraEntry == record.end() ? std::string() : extraEntry->second;
 
     bool firstKnown = true;
@@ -247,48 +197,24 @@ int ReportThreadImpl::BuildRecordQuery(const ReportRecord& params, std::string& 
         extraText += '=';
         if (IsEscapedParamName(entry->first)) {
             if (!EscapeValue(entry->second, extraText)) {
-                return post::kRecordQueryDropped;
+                return RecordQueryResult::kDropped;
             }
         } else {
             extraText += entry->second;
         }
     }
     if (extraText.empty()) {
-        return post::kRecordQueryOk;
+        return RecordQueryResult::kOk;
     }
     if (!query.empty()) {
         query += '&';
     }
-    query += post::kExtraKey;
+    query += wire::kRecordKeyExtra;
     query += '=';
     if (!EscapeValue(extraText, query)) {
-        return post::kRecordQueryDropped;
+        return RecordQueryResult::kDropped;
     }
-    return post::kRecordQueryOk;
-}
-
-void ReportThreadImpl::PostRecord(const std::string& action, const std::string& query) {
-    if (IsAbandoned()) {
-        return;
-    }
-    BuiltRecord built;
-    built.action = action;
-    BuildGifUrl(query, action, built.path, built.signedQuery, built.recordId, built.recordTime);
-    {
-        CScopedLock lock(observerLock);
-        if (recordObserver) {
-            recordObserver(built);
-        }
-    }
-    if (dispatchTable && reportContext) {
-        // From here the delivery engine owns the record.
-        CStrategy& strategy = reportContext->GetStrategy();
-        dispatchTable->Post(strategy.GetCollectorHost(), built.path, 0, built.signedQuery, 0,
-                            strategy.GetCollectorPort(), built.recordId, built.action,
-                            built.recordTime, false, false);
-    } else if (reportContext) {
-        reportContext->GetStats().AddUnreported();
-    }
+    return RecordQueryResult::kOk;
 }
 
 }  // namespace qzdata_report_kelvo

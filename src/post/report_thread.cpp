@@ -1,26 +1,22 @@
-#include "port/port.h"
-
 #include "post/report_thread.h"
 
 #include <algorithm>
 #include <utility>
 
+#include "codec/utils.h"
 #include "delivery/dispatch_table.h"
 #include "delivery/report_context.h"
-#include "port/clock.h"
+#include "library_version.h"
+#include "port/env.h"
 #include "post/constants.h"
 
 namespace qzdata_report_kelvo {
 
 ReportThreadImpl::ReportThreadImpl(std::atomic<bool>* stopOldSdkFlag)
-    : escapeBuffer(new char[post::kEscapeBufferSize]),
-      escapeCapacity(post::kEscapeCapacity),
-      escapeBufferSize(post::kEscapeBufferSize),
-      stopOldSdkFlag(stopOldSdkFlag) {
-    InitParamNames();
+    : stopOldSdkFlag(stopOldSdkFlag) {
     // Without a delivery engine the worker still runs; its records only count as unreported.
     try {
-        reportContext = std::make_unique<CReportContext>(post::kSdkVersion);
+        reportContext = std::make_unique<CReportContext>(version::kSdkVersion);
         dispatchTable = std::make_unique<CDispatchTable>(reportContext.get());
     } catch (const std::bad_alloc&) {
         dispatchTable.reset();
@@ -73,27 +69,20 @@ void ReportThreadImpl::Main() {
         }
     }
 
-    std::vector<StartupCall> calls;
-    {
-        CScopedLock lock(startupLock);
-        calls.swap(startupCalls);
-    }
-    for (const StartupCall& call : calls) {
-        if (IsAbandoned()) {
-            return;
-        }
-        if (call.function != nullptr) {
-            call.function(call.argument);
-        }
-    }
-    if (dispatchTable) {
-        dispatchTable->Start();
-        reportContext->GetStrategy().StartFetch(stopOldSdkFlag);
+    StartUp();
+    if (IsAbandoned()) {
+        return;
     }
 
     while (!quitRequested.load(std::memory_order_acquire)) {
-        DrainPosts();
-        ReportFinishedPosts();
+        try {
+            DrainPosts();
+            ReportFinishedPosts();
+        } catch (...) {
+            // A failed step (memory ran out) costs what it held, never the worker: a worker
+            // that ended here would leave every later report piling up unsent.
+            drainBuffer.clear();
+        }
         port::Sleep(1);
     }
     if (IsAbandoned()) {
@@ -109,6 +98,39 @@ void ReportThreadImpl::Main() {
         dispatchTable->Stop();
         reportContext->GetStrategy().Join();
     }
+}
+
+void ReportThreadImpl::StartUp() {
+    std::vector<StartupCall> calls;
+    {
+        CScopedLock lock(startupLock);
+        calls.swap(startupCalls);
+    }
+    for (const StartupCall& call : calls) {
+        if (IsAbandoned()) {
+            return;
+        }
+        try {
+            if (call.function != nullptr) {
+                call.function(call.argument);
+            }
+        } catch (...) {
+            // A start-up task that failed leaves its fact unknown; delivery starts all the same.
+        }
+    }
+    StartDelivery();
+}
+
+bool ReportThreadImpl::StartDelivery() {
+    CScopedLock lock(lifecycleLock);
+    if (IsAbandoned()) {
+        return false;
+    }
+    if (dispatchTable) {
+        dispatchTable->Start();
+        reportContext->GetStrategy().StartFetch(stopOldSdkFlag);
+    }
+    return true;
 }
 
 template <class Iterator>
@@ -182,6 +204,7 @@ void ReportThreadImpl::Stop(unsigned long timeoutMs) {
     if (!thread.wait(wait)) {
         // No thread can be ended by force safely here: the worker is left to notice at its next
         // step and to drop what it still holds.
+        CScopedLock lock(lifecycleLock);
         abandoned.store(true, std::memory_order_release);
         resumeEvent.Set();
     }
@@ -199,20 +222,65 @@ void ReportThreadImpl::DrainPosts() {
         if (IsAbandoned()) {
             break;
         }
-        SendPost(post);
+        size_t handed = 0;
+        try {
+            SendPost(post, handed);
+        } catch (...) {
+            // The post in hand is dropped; the worker goes on with the next one.
+            CountDropped(post.records.size() - handed);
+        }
     }
     KeepSparePosts(drainBuffer);
     drainBuffer.clear();
 }
 
-void ReportThreadImpl::SendPost(const ReportPost& post) {
+void ReportThreadImpl::SendPost(const ReportPost& post, size_t& handed) {
     std::string query;
     std::string action;
     for (const ReportRecord& record : post.records) {
         query.reserve(post::kQueryReserve);
-        if (BuildRecordQuery(record, query, action) == post::kRecordQueryOk) {
+        if (formatter.BuildRecordQuery(record, query, action) == RecordQueryResult::kOk) {
             PostRecord(action, query);
         }
+        ++handed;
+    }
+}
+
+void ReportThreadImpl::CountDropped(size_t records) {
+    if (!reportContext) {
+        return;
+    }
+    for (size_t i = 0; i < records; ++i) {
+        reportContext->GetStats().AddUnreported();
+    }
+}
+
+void ReportThreadImpl::PostRecord(const std::string& action, const std::string& query) {
+    if (IsAbandoned()) {
+        return;
+    }
+    BuiltRecord built;
+    built.action = action;
+    BuildGifUrl(query, action, built.path, built.signedQuery, built.recordId, built.recordTime);
+    {
+        CScopedLock lock(observerLock);
+        if (recordObserver) {
+            recordObserver(built);
+        }
+    }
+    if (dispatchTable && reportContext) {
+        // From here the delivery engine owns the record.
+        CConnectData record;
+        record.path = std::move(built.path);
+        record.body = std::move(built.signedQuery);
+        record.recordId = std::move(built.recordId);
+        record.item = std::move(built.action);
+        record.time = built.recordTime;
+        const CStrategy& strategy = reportContext->GetStrategy();
+        dispatchTable->Post(strategy.GetCollectorHost(), strategy.GetCollectorPort(),
+                            std::move(record));
+    } else if (reportContext) {
+        reportContext->GetStats().AddUnreported();
     }
 }
 
@@ -273,26 +341,19 @@ void ReportThreadImpl::SetDeliveryMachineId(const std::string& id) {
     }
 }
 
-void ReportThreadImpl::SetRecordObserverForTesting(RecordObserver observer) {
+void ReportThreadImpl::SetRecordObserver(RecordObserver observer) {
     CScopedLock lock(observerLock);
     recordObserver = std::move(observer);
 }
 
-std::vector<ReportPost> ReportThreadImpl::QueuedPostsForTesting() {
+std::vector<ReportPost> ReportThreadImpl::QueuedPosts() {
     CScopedLock lock(postQueueLock);
-    std::vector<ReportPost> copies;
-    copies.assign(postQueue.begin(), postQueue.end());
-    return copies;
+    return postQueue;
 }
 
-size_t ReportThreadImpl::QueueLengthForTesting() {
+size_t ReportThreadImpl::QueueLength() {
     CScopedLock lock(postQueueLock);
     return postQueue.size();
-}
-
-ReportRecord ReportThreadImpl::CommonParamsForTesting() {
-    CScopedLock lock(commonParamsLock);
-    return commonParams;
 }
 
 }  // namespace qzdata_report_kelvo

@@ -1,5 +1,5 @@
-// The report worker: one thread, the queue that feeds it, and the record format that turns each
-// queued record into a signed request for the delivery layer.
+// The report worker: one thread and the queue that feeds it. It formats each queued record
+// (RecordFormatter), signs it and hands it to the delivery layer.
 #pragma once
 
 #include <atomic>
@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "post/record_format.h"
 #include "qzdata_report.h"
 #include "runtime/critical_section.h"
 #include "runtime/event.h"
@@ -39,7 +40,6 @@ class ReportThreadImpl {
   public:
     using StartupFunction = void (*)(void* argument);
     using RecordObserver = std::function<void(const BuiltRecord& record)>;
-    using HardwareIdSource = std::string (*)();
 
     // `stopOldSdkFlag` is the report object's switch, handed on to whoever may set it; it must
     // outlive this object. No thread exists until Create.
@@ -94,9 +94,9 @@ class ReportThreadImpl {
     void SetSilent(bool silent) { this->silent.store(silent, std::memory_order_relaxed); }
     bool IsSilent() const { return silent.load(std::memory_order_relaxed); }
 
-    // Replaces the values merged into every record; keeps a known "mid" when `params` has none,
-    // and never stores "act" or "ati". Any thread.
-    void SetCommonParams(const ReportRecord& params);
+    // The record format of this worker; its common parameters may be set from any thread.
+    RecordFormatter& GetFormatter() { return formatter; }
+    void SetCommonParams(const ReportRecord& params) { formatter.SetCommonParams(params); }
 
     // Hand session and account facts to the delivery engine when one is attached. Any thread.
     void SetSessionInfo(const std::string& sessionId, const std::string& pro);
@@ -110,32 +110,17 @@ class ReportThreadImpl {
     CReportContext* GetReportContext() { return reportContext.get(); }
     CDispatchTable* GetDispatchTable() { return dispatchTable.get(); }
 
-    // --- Record format -----------------------------------------------------------------------
-
-    // Fills paramNames from the long-to-short table; the constructor calls it.
-    void InitParamNames();
-    // Rewrites long keys of `record` to their short names; when both forms of a name stand in
-    // the record, the one later in key order wins. Untouched when no key is long.
-    void TranslateParamNames(ReportRecord& record) const;
-    // Worker: `query` becomes the record query of `params` merged with the common parameters,
-    // `action` its action. Returns 0, or 10 when an escape yields nothing (the record must then
-    // be dropped).
-    int BuildRecordQuery(const ReportRecord& params, std::string& query, std::string& action);
     // Worker: signs the record query and hands the request to the delivery layer.
     void PostRecord(const std::string& action, const std::string& query);
 
-    // --- Test seams (not exported) -------------------------------------------------------------
-
-    // Receives every request PostRecord built, on the worker thread. Empty removes it.
-    void SetRecordObserverForTesting(RecordObserver observer);
-    // Replaces the hardware id source of BuildRecordQuery. Set before the worker runs.
-    void SetHardwareIdSourceForTesting(HardwareIdSource source) { hardwareIdSource = source; }
+    // Receives every request PostRecord built, on the worker thread, before the delivery layer
+    // does; an exception it throws counts as a failed step of the worker. Empty removes it.
+    void SetRecordObserver(RecordObserver observer);
     // Copies of the posts waiting in the queue, and their number.
-    std::vector<ReportPost> QueuedPostsForTesting();
-    size_t QueueLengthForTesting();
-    ReportRecord CommonParamsForTesting();
-    // True once the worker thread has returned (or never existed).
-    bool HasEndedForTesting() const { return !thread.isRunning(); }
+    std::vector<ReportPost> QueuedPosts();
+    size_t QueueLength();
+    // False once the worker thread has returned (or when it never existed).
+    bool IsRunning() const { return thread.isRunning(); }
 
   private:
     struct StartupCall {
@@ -151,13 +136,19 @@ class ReportThreadImpl {
     void EnqueueCopies(const std::wstring& url, Iterator first, Iterator last, bool flag,
                        ReportCallback callback, void* context);
 
+    // Runs the start-up calls, then starts delivery and the strategy fetch, unless the worker is
+    // abandoned first: once Stop has given up on the worker, nothing more may start.
+    void StartUp();
+    // Starts delivery and the strategy fetch under lifecycleLock; false when abandoned.
+    bool StartDelivery();
     void DrainPosts();
-    void SendPost(const ReportPost& post);
+    // Formats and posts each record of `post`; `handed` counts the records handed on so far.
+    void SendPost(const ReportPost& post, size_t& handed);
+    // Counts the records of a post that a failed step dropped.
+    void CountDropped(size_t records);
     // Worker: keeps the sent single-record posts of `sent` for TakeSparePost, up to a bound.
     void KeepSparePosts(std::vector<ReportPost>& sent);
     void ReportFinishedPosts();
-    // Escapes `value` as a record value into the escape buffer; false when nothing came out.
-    bool EscapeValue(const std::string& value, std::string& out);
 
     CThread thread;
     // In arrival order; a vector so that the two buffers keep their capacity as they trade.
@@ -171,27 +162,24 @@ class ReportThreadImpl {
     std::vector<ReportPost> drainBuffer;        // worker; swapped with postQueue
     std::vector<ReportPost> sparePosts;         // guarded by spareLock
     CCriticalSection spareLock;
-    std::unique_ptr<char[]> escapeBuffer;  // worker
-    uint32_t escapeCapacity;
-    uint32_t escapeBufferSize;
+    RecordFormatter formatter;
     std::vector<StartupCall> startupCalls;  // guarded by startupLock
     CCriticalSection startupLock;
     std::wstring userAgent;
     std::atomic<bool> silent{false};
-    CCriticalSection commonParamsLock;
-    ReportRecord commonParams;
-    std::map<std::string, std::string> paramNames;
     std::atomic<bool>* stopOldSdkFlag;
     // Made in the constructor, the table only when the context exists; the table goes first.
     std::unique_ptr<CReportContext> reportContext;
     std::unique_ptr<CDispatchTable> dispatchTable;
 
-    // The worker stands still until `resumed`; `abandoned` makes it drop everything.
+    // The worker stands still until `resumed`; `abandoned` makes it drop everything. The worker
+    // starts delivery, and Stop abandons it, under lifecycleLock, so that neither happens in
+    // the middle of the other.
     CEvent resumeEvent;
     std::atomic<bool> resumed{false};
     std::atomic<bool> abandoned{false};
+    CCriticalSection lifecycleLock;
 
-    HardwareIdSource hardwareIdSource = nullptr;
     CCriticalSection observerLock;
     RecordObserver recordObserver;
 };

@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "post/text_conversion.h"
 
 #include <cstring>
@@ -8,7 +6,7 @@
 
 #include "port/code_page.h"
 
-namespace qzdata_report_kelvo_internal {
+namespace qzdata_report_kelvo {
 
 namespace {
 
@@ -31,55 +29,36 @@ bool ConvertTerminated(const In* source, std::basic_string<Out>& target, unsigne
 
 }  // namespace
 
-bool QZA2W(const std::string& source, std::wstring& target, unsigned int codePage) {
-    try {
-        return ConvertTerminated(source.c_str(), target, codePage,
-                                 qzdata_report_kelvo::port::MultiByteToWideChar);
-    } catch (...) {
-        return false;
-    }
+bool NarrowToWide(const std::string& source, std::wstring& target, unsigned int codePage) {
+    return ConvertTerminated(source.c_str(), target, codePage, port::MultiByteToWideChar);
 }
 
-bool QZW2A(const std::wstring& source, std::string& target, unsigned int codePage) {
-    try {
-        return ConvertTerminated(source.c_str(), target, codePage,
-                                 qzdata_report_kelvo::port::WideCharToMultiByte);
-    } catch (...) {
-        return false;
-    }
+bool WideToNarrow(const std::wstring& source, std::string& target, unsigned int codePage) {
+    return ConvertTerminated(source.c_str(), target, codePage, port::WideCharToMultiByte);
 }
 
-void StrReplace(std::string& target, const std::string& source, const std::string& from,
-                const std::string& to) {
-    try {
-        target.clear();
-        const char* text = source.c_str();
-        const char* pattern = from.c_str();
-        const size_t patternLength = std::strlen(pattern);
-        // An empty pattern would match at the same place forever; the host gets the copy.
-        if (patternLength == 0) {
-            target = text;
-            return;
-        }
-        const char* position = text;
-        while (const char* match = std::strstr(position, pattern)) {
-            target.append(position, static_cast<size_t>(match - position));
-            target += to;
-            position = match + patternLength;
-        }
-        target += position;
-    } catch (...) {
-        target.clear();
+void ReplaceText(std::string& target, const std::string& source, const std::string& from,
+                 const std::string& to) {
+    target.clear();
+    const char* text = source.c_str();
+    const char* pattern = from.c_str();
+    const size_t patternLength = std::strlen(pattern);
+    if (patternLength == 0) {
+        target = text;
+        return;
     }
+    const char* position = text;
+    while (const char* match = std::strstr(position, pattern)) {
+        target.append(position, static_cast<size_t>(match - position));
+        target += to;
+        position = match + patternLength;
+    }
+    target += position;
 }
-
-}  // namespace qzdata_report_kelvo_internal
-
-namespace qzdata_report_kelvo {
 
 std::string WideToUtf8(const std::wstring& source) {
     std::string target;
-    if (!qzdata_report_kelvo_internal::QZW2A(source, target, port::kCodePageUtf8)) {
+    if (!WideToNarrow(source, target, port::kCodePageUtf8)) {
         target.clear();
     }
     return target;
@@ -87,7 +66,7 @@ std::string WideToUtf8(const std::wstring& source) {
 
 std::wstring Utf8ToWide(const std::string& source) {
     std::wstring target;
-    if (!qzdata_report_kelvo_internal::QZA2W(source, target, port::kCodePageUtf8)) {
+    if (!NarrowToWide(source, target, port::kCodePageUtf8)) {
         target.clear();
     }
     return target;

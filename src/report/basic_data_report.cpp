@@ -1,12 +1,9 @@
-#include "port/port.h"
-
 #include "report/basic_data_report.h"
 
-#include <cstdio>
-
+#include "codec/text.h"
+#include "codec/wire_names.h"
 #include "identity/hardware_id_store.h"
-#include "port/clock.h"
-#include "port/random.h"
+#include "port/env.h"
 #include "post/report_thread.h"
 #include "report/event_ids.h"
 #include "report/event_text.h"
@@ -84,22 +81,11 @@ bool BasicDataReport<Worker>::Init(const std::wstring& url, const std::string& d
 
 template <class Worker>
 std::string BasicDataReport<Worker>::CreateSessionId() {
-    unsigned char bytes[16];
-    if (!port::RandomBytes(bytes, sizeof(bytes))) {
+    uint8_t bytes[16];
+    if (!text::NewUuid4(bytes)) {
         return std::string();
     }
-    bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0F) | 0x40);
-    bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3F) | 0x80);
-    std::string text;
-    char pair[3];
-    for (size_t i = 0; i < sizeof(bytes); ++i) {
-        if (i == 4 || i == 6 || i == 8 || i == 10) {
-            text += '-';
-        }
-        std::snprintf(pair, sizeof(pair), "%02x", bytes[i]);
-        text += pair;
-    }
-    return text;
+    return text::UuidText(bytes, text::UuidForm::kDashed);
 }
 
 template <class Worker>
@@ -175,68 +161,71 @@ ReportPost BasicDataReport<Worker>::NewEventPost() {
 
 template <class Worker>
 void BasicDataReport<Worker>::AddEventKeys(RecordBuilder& record) {
-    record.Add(report::kKeyAction, report::kEventAction);
-    record.Add(report::kKeySessionId, sessionId);
-    record.Add(report::kKeyDty, dty);
-    record.Add(report::kKeyPro, pro);
+    record.Add(wire::kRecordKeyAction, wire::kEventAction);
+    record.Add(wire::kRecordKeySessionId, sessionId);
+    record.Add(wire::kRecordKeyDty, dty);
+    record.Add(wire::kRecordKeyProduct, pro);
+}
+
+template <class Worker>
+bool BasicDataReport<Worker>::Sends(uint32_t eventBit) const {
+    return (eventMask.load(std::memory_order_relaxed) & eventBit) != 0;
+}
+
+template <class Worker>
+void BasicDataReport<Worker>::BuildLifecycleRecord(ReportRecord& record, const char* eid,
+                                                   const char* traceName,
+                                                   const std::string* duration) {
+    {
+        RecordBuilder builder(record);
+        AddEventKeys(builder);
+        builder.Add(wire::kRecordKeyEid, eid);
+        builder.Add(wire::kRecordKeyTime, FormatEventTime());
+        if (duration != nullptr) {
+            builder.Add(wire::kRecordKeyDuration, *duration);
+        }
+    }
+    if (Traced()) {
+        if (duration != nullptr) {
+            WriteTrace(traceName, report::kLifecycleTraceKeys, record);
+        } else {
+            WriteTrace(traceName, report::kStartUpTraceKeys, record);
+        }
+    }
 }
 
 template <class Worker>
 void BasicDataReport<Worker>::PostStartUpEvent() {
-    if ((eventMask.load(std::memory_order_relaxed) & report::kSendStartup) == 0) {
+    if (!Sends(report::kSendStartup)) {
         return;
     }
     ReportPost post = NewEventPost();
-    {
-        RecordBuilder record(post.records.front());
-        AddEventKeys(record);
-        record.Add(report::kKeyEid, report::kStartupEid);
-        record.Add(report::kKeyTime, FormatEventTime());
-    }
-    if (Traced()) {
-        WriteTrace(report::kTraceStartUp, report::kStartUpTraceKeys, post.records.front());
-    }
+    BuildLifecycleRecord(post.records.front(), report::kStartupEid, report::kTraceStartUp, nullptr);
     this->PostWithPriority(defaultUrl, GetDefaultPostPriority(), post.records, nullptr, nullptr);
 }
 
 template <class Worker>
 void BasicDataReport<Worker>::PostEndUpEvent() {
-    if ((eventMask.load(std::memory_order_relaxed) & report::kSendEndup) == 0) {
+    if (!Sends(report::kSendEndup)) {
         return;
     }
     ReportPost post = NewEventPost();
-    {
-        RecordBuilder record(post.records.front());
-        AddEventKeys(record);
-        record.Add(report::kKeyEid, report::kEndupEid);
-        record.Add(report::kKeyTime, FormatEventTime());
-        record.Add(report::kKeyDur, std::to_string(port::GetTickCount() - startTick));
-    }
-    if (Traced()) {
-        WriteTrace(report::kTraceEndUp, report::kLifecycleTraceKeys, post.records.front());
-    }
+    const std::string duration = std::to_string(port::GetTickCount() - startTick);
+    BuildLifecycleRecord(post.records.front(), report::kEndupEid, report::kTraceEndUp, &duration);
     this->HandOver(defaultUrl, std::move(post));
 }
 
 template <class Worker>
 void BasicDataReport<Worker>::PostHeartBeatEvent() {
-    if ((eventMask.load(std::memory_order_relaxed) & report::kSendHeartbeat) == 0) {
+    if (!Sends(report::kSendHeartbeat)) {
         return;
     }
-    if (heartbeatRecords.empty()) {
-        heartbeatRecords.resize(1);
-        RecordBuilder record(heartbeatRecords.front());
-        AddEventKeys(record);
-        record.Add(report::kKeyEid, report::kHeartbeatEid);
-    }
-    ReportRecord& record = heartbeatRecords.front();
+    heartbeatRecords.resize(1);
     // Signed on purpose: a session longer than 24 days shows a negative duration.
-    record[report::kKeyDur] =
+    const std::string duration =
         std::to_string(static_cast<int32_t>(port::GetTickCount() - startTick));
-    record[report::kKeyTime] = FormatEventTime();
-    if (Traced()) {
-        WriteTrace(report::kTraceHeartBeat, report::kLifecycleTraceKeys, record);
-    }
+    BuildLifecycleRecord(heartbeatRecords.front(), report::kHeartbeatEid,
+                         report::kTraceHeartBeat, &duration);
     this->PostImmediately(defaultUrl, heartbeatRecords, nullptr, nullptr);
 }
 
@@ -276,18 +265,18 @@ template <class Worker>
 void BasicDataReport<Worker>::AddCustomFields(RecordBuilder& record, const std::string& eid,
                                               const std::string& desc, const std::string& content,
                                               int dur, bool ati) {
-    record.Add(report::kKeyEid, eid, report::kMaxEidBytes);
+    record.Add(wire::kRecordKeyEid, eid, report::kMaxEidBytes);
     if (!desc.empty()) {
-        record.Add(report::kKeyEidDesc, desc, report::kMaxDescBytes);
+        record.Add(wire::kRecordKeyEidDesc, desc, report::kMaxDescBytes);
     }
     if (!content.empty()) {
-        record.Add(report::kKeyContent, content, report::kMaxContentBytes);
+        record.Add(wire::kRecordKeyContent, content, report::kMaxContentBytes);
     }
     if (dur >= 0) {
-        record.Add(report::kKeyDur, std::to_string(dur));
+        record.Add(wire::kRecordKeyDuration, std::to_string(dur));
     }
     if (ati) {
-        record.Add(report::kKeyTime, FormatEventTime());
+        record.Add(wire::kRecordKeyTime, FormatEventTime());
     }
 }
 
@@ -357,19 +346,19 @@ bool BasicDataReport<Worker>::SendErrorEventEx(const std::string& eid, const std
     {
         RecordBuilder record(post.records.front());
         AddEventKeys(record);
-        record.Add(report::kKeyEid, errorEid, report::kMaxEidBytes);
+        record.Add(wire::kRecordKeyEid, errorEid, report::kMaxEidBytes);
         if (!content.empty()) {
-            record.Add(report::kKeyContent, content, report::kMaxContentBytes);
+            record.Add(wire::kRecordKeyContent, content, report::kMaxContentBytes);
         }
         if (!desc.empty()) {
             // The caller's text only switches the description on; it is the translated id.
-            record.Add(report::kKeyEidDesc, TranslateEid(errorEid), report::kMaxDescBytes);
+            record.Add(wire::kRecordKeyEidDesc, TranslateEid(errorEid), report::kMaxDescBytes);
         }
         if (dur >= 0) {
-            record.Add(report::kKeyDur, std::to_string(dur));
+            record.Add(wire::kRecordKeyDuration, std::to_string(dur));
         }
         if (ati) {
-            record.Add(report::kKeyTime, FormatEventTime());
+            record.Add(wire::kRecordKeyTime, FormatEventTime());
         }
     }
     if (Traced()) {
@@ -438,7 +427,7 @@ void BasicDataReport<Worker>::RefreshSessionInfo() {
         return;
     }
     ReportRecord& record = records.back();
-    record[report::kKeyDeviceId] = machineId;
+    record[wire::kRecordKeyDeviceId] = machineId;
     if (Traced()) {
         WriteTrace(report::kTraceSessionInfo, report::kSessionTraceKeys, record);
     }

@@ -78,15 +78,21 @@ class BasicDataReport : public BasicDataReportBase<Worker> {
     // Hands the known machine id to the delivery engine.
     virtual void PublishMachineId();
 
-    // Tests: the timer ids (0 when not set).
-    uintptr_t HeartbeatTimerForTesting() const { return heartbeatTimer; }
-    uintptr_t PumpTimerForTesting() const { return pumpTimer; }
+    // The timer ids (0 when not set).
+    uintptr_t GetHeartbeatTimer() const { return heartbeatTimer; }
+    uintptr_t GetPumpTimer() const { return pumpTimer; }
 
   protected:
     // A post of one record to build an event in; the memory of a sent post when one is kept.
     ReportPost NewEventPost();
     // The four keys every event starts with.
     void AddEventKeys(RecordBuilder& record);
+    // Whether the event mask lets the lifecycle event of `eventBit` go out.
+    bool Sends(uint32_t eventBit) const;
+    // Fills `record` as the lifecycle event `eid`: the event keys, the id, the time, and the
+    // duration when one is given; then writes the debug trace under `traceName`.
+    void BuildLifecycleRecord(ReportRecord& record, const char* eid, const char* traceName,
+                              const std::string* duration);
     // Adds the fields of a custom event, cut to their limits.
     void AddCustomFields(RecordBuilder& record, const std::string& eid, const std::string& desc,
                          const std::string& content, int dur, bool ati);

@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "report/basic_data_report_base.h"
 
 #include <iterator>

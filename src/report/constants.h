@@ -25,18 +25,7 @@ inline constexpr uint32_t kSendEndup = 1u << 1;
 inline constexpr uint32_t kSendHeartbeat = 1u << 2;
 inline constexpr uint32_t kDefaultEventMask = kSendStartup | kSendEndup | kSendHeartbeat;
 
-// Record keys and values of events.
-inline constexpr char kKeyAction[] = "act";
-inline constexpr char kKeySessionId[] = "session_id";
-inline constexpr char kKeyDty[] = "dty";
-inline constexpr char kKeyPro[] = "pro";
-inline constexpr char kKeyEid[] = "eid";
-inline constexpr char kKeyEidDesc[] = "eid_desc";
-inline constexpr char kKeyContent[] = "content";
-inline constexpr char kKeyDur[] = "dur";
-inline constexpr char kKeyTime[] = "ati";
-inline constexpr char kKeyDeviceId[] = "mid";
-inline constexpr char kEventAction[] = "zhwebevent";
+// Event ids of the lifecycle events, and the prefix of error events.
 inline constexpr char kStartupEid[] = "startup";
 inline constexpr char kEndupEid[] = "endup";
 inline constexpr char kHeartbeatEid[] = "heartbeat";

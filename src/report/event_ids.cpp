@@ -1,12 +1,10 @@
-#include "port/port.h"
-
 #include "report/event_ids.h"
 
-#include <cstring>
 #include <map>
 
+#include "codec/text.h"
 #include "port/code_page.h"
-#include "post/record_format.h"
+#include "post/text_conversion.h"
 #include "report/constants.h"
 
 namespace qzdata_report_kelvo {
@@ -14,24 +12,22 @@ namespace qzdata_report_kelvo {
 namespace {
 
 // Made while the module loads, never emptied.
-std::map<std::string, std::string, CaseInsensitiveLess> eidDescriptions;
+std::map<std::string, std::string, text::CaseInsensitiveLess> eidDescriptions;
 
-int HexValue(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
+// The kept bytes, and with them the separator unless it is escaped too.
+text::EscapeStyle EidStyle(bool escapeSlash) {
+    text::EscapeStyle style{text::ByteSet(report::kEidKeptBytes), report::kEidEscapeMark,
+                            text::HexCase::kLower};
+    style.doubleMark = true;
+    if (!escapeSlash) {
+        style.kept.AddRange(report::kEidSeparator, report::kEidSeparator);
     }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
+    return style;
 }
 
 bool SetDescription(const std::string& eid, const std::wstring& desc) {
     std::string utf8;
-    if (!qzdata_report_kelvo_internal::QZW2A(desc, utf8, port::kCodePageUtf8)) {
+    if (!WideToNarrow(desc, utf8, port::kCodePageUtf8)) {
         return false;
     }
     eidDescriptions[eid] = utf8;
@@ -87,25 +83,14 @@ bool AddEidDescriptions(const EidDescPtrPair* list) {
 }
 
 bool EscapeEidText(const std::string& in, std::string* out, bool escapeSlash) {
-    static constexpr char kHexDigits[] = "0123456789abcdef";
+    static const text::EscapeStyle withSlash = EidStyle(false);
+    static const text::EscapeStyle slashEscaped = EidStyle(true);
     if (out == nullptr) {
         return false;
     }
     std::string result;
     result.reserve(report::kEidEscapeReserve);
-    for (char c : in) {
-        if (c == report::kEidEscapeMark) {
-            result += "..";
-        } else if ((c != '\0' && std::strchr(report::kEidKeptBytes, c) != nullptr) ||
-                   (c == report::kEidSeparator && !escapeSlash)) {
-            result += c;
-        } else {
-            const unsigned char byte = static_cast<unsigned char>(c);
-            result += report::kEidEscapeMark;
-            result += kHexDigits[byte >> 4];
-            result += kHexDigits[byte & 0x0F];
-        }
-    }
+    text::AppendEscaped(in, escapeSlash ? slashEscaped : withSlash, result);
     *out = std::move(result);
     return true;
 }
@@ -126,8 +111,10 @@ bool UnescapeEidText(const std::string& in, std::string* out) {
             i += 2;
             continue;
         }
-        if (i + 2 < in.size() && HexValue(in[i + 1]) >= 0 && HexValue(in[i + 2]) >= 0) {
-            result += static_cast<char>(HexValue(in[i + 1]) * 16 + HexValue(in[i + 2]));
+        const int high = i + 2 < in.size() ? text::HexDigitValue(in[i + 1]) : -1;
+        const int low = i + 2 < in.size() ? text::HexDigitValue(in[i + 2]) : -1;
+        if (high >= 0 && low >= 0) {
+            result += static_cast<char>(high * 16 + low);
             i += 3;
             continue;
         }

@@ -1,12 +1,10 @@
-#include "port/port.h"
-
 #include "report/event_text.h"
 
 #include <cstdio>
 #include <cstring>
 #include <vector>
 
-#include "port/clock.h"
+#include "port/env.h"
 #include "port/code_page.h"
 #include "port/debug_output.h"
 #include "report/constants.h"

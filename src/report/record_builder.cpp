@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "report/record_builder.h"
 
 #include <algorithm>

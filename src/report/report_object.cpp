@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "report/report_object.h"
 
 namespace qzdata_report_kelvo {

@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "runtime/event.h"
 
 #include <chrono>

@@ -1,8 +1,6 @@
-#include "port/port.h"
-
 #include "runtime/micro_time.h"
 
-#include "port/clock.h"
+#include "port/env.h"
 
 namespace qzdata_report_kelvo {
 

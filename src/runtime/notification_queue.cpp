@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "runtime/notification_queue.h"
 
 #include <new>

@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "runtime/thread.h"
 
 #include <atomic>

@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "runtime/timer.h"
 
 #include "runtime/micro_time.h"

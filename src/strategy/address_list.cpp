@@ -1,8 +1,6 @@
-#include "port/port.h"
-
 #include "strategy/address_list.h"
 
-#include "port/clock.h"
+#include "port/env.h"
 
 namespace qzdata_report_kelvo {
 

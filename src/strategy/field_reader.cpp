@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "strategy/field_reader.h"
 
 namespace qzdata_report_kelvo {

@@ -1,5 +1,3 @@
-#include "port/port.h"
-
 #include "strategy/strategy.h"
 
 #include <limits>
@@ -123,15 +121,11 @@ bool StoredStrategyFields::operator==(const StoredStrategyFields& other) const {
 
 StrategyRouting DefaultRouting() {
     StrategyRouting routing;
-    routing.collectorHost = deployment::kCollectorHost;
-    routing.auxHost1 = deployment::kAuxHost1;
-    routing.auxHost2 = deployment::kAuxHost2;
-    routing.strategyHost = deployment::kStrategyHost;
-    routing.configHost = deployment::kConfigHost;
-    routing.auxHost3 = deployment::kAuxHost3;
-    routing.collectorPort = deployment::kCollectorPort;
-    routing.strategyPort = deployment::kStrategyPort;
-    routing.configPort = deployment::kConfigPort;
+    routing.hosts = StrategyHosts{deployment::kCollectorHost, deployment::kAuxHost1,
+                                  deployment::kAuxHost2,     deployment::kStrategyHost,
+                                  deployment::kConfigHost,   deployment::kAuxHost3,
+                                  deployment::kCollectorPort, deployment::kStrategyPort,
+                                  deployment::kConfigPort};
     routing.fallbackAddresses = ToVector(std::begin(deployment::kFallbackAddresses),
                                          std::end(deployment::kFallbackAddresses));
     routing.postFallbackAddresses = ToVector(std::begin(deployment::kPostFallbackAddresses),
@@ -141,8 +135,7 @@ StrategyRouting DefaultRouting() {
     return routing;
 }
 
-CStrategy::CStrategy(CReportContext* context)
-    : context(context), keepAliveLimit(strategy::kDefaultKeepAliveLimit) {
+CStrategy::CStrategy() : keepAliveLimit(strategy::kDefaultKeepAliveLimit) {
     stored.specialActs.insert(std::begin(strategy::kDefaultSpecialActs),
                               std::end(strategy::kDefaultSpecialActs));
     stored.number3 = strategy::kDefaultNumber3;
@@ -156,15 +149,7 @@ CStrategy::~CStrategy() {
 }
 
 void CStrategy::ApplyRouting(const StrategyRouting& routing) {
-    collectorHost = routing.collectorHost;
-    auxHost1 = routing.auxHost1;
-    auxHost2 = routing.auxHost2;
-    strategyHost = routing.strategyHost;
-    configHost = routing.configHost;
-    auxHost3 = routing.auxHost3;
-    collectorPort = routing.collectorPort;
-    strategyPort = routing.strategyPort;
-    configPort = routing.configPort;
+    hosts = routing.hosts;
     fallbackList.Assign(routing.fallbackAddresses);
     postFallbackList.Assign(routing.postFallbackAddresses);
     strategyFallbackList.Assign(routing.strategyFallbackAddresses);
@@ -195,7 +180,7 @@ void CStrategy::Run() {
         fetchNow = fetch;
     }
     std::string reply;
-    if (!fetchNow || !fetchNow(strategyHost, strategyPort, strategy::kStrategyPath, reply) ||
+    if (!fetchNow || !fetchNow(hosts.strategyHost, hosts.strategyPort, strategy::kStrategyPath, reply) ||
         reply.empty()) {
         return;
     }

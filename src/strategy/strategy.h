@@ -16,7 +16,6 @@
 
 namespace qzdata_report_kelvo {
 
-class CReportContext;
 class CTimer;
 
 // Takes a changed keep-alive limit to every connection; the dispatch table implements it.
@@ -28,8 +27,9 @@ class KeepAliveSink {
     virtual void SetKeepAliveLimit(uint32_t milliseconds) = 0;
 };
 
-// Hosts, ports and address lists as one value. DefaultRouting() is the deployment profile.
-struct StrategyRouting {
+// The host roles and their ports: records and statistics, the strategy fetch, the device
+// configuration (HTTPS).
+struct StrategyHosts {
     std::string collectorHost;
     std::string auxHost1;
     std::string auxHost2;
@@ -39,6 +39,11 @@ struct StrategyRouting {
     uint16_t collectorPort = 0;
     uint16_t strategyPort = 0;
     uint16_t configPort = 0;
+};
+
+// Hosts, ports and address lists as one value. DefaultRouting() is the deployment profile.
+struct StrategyRouting {
+    StrategyHosts hosts;
     std::vector<std::string> fallbackAddresses;
     std::vector<std::string> postFallbackAddresses;
     std::vector<std::string> strategyFallbackAddresses;
@@ -79,8 +84,7 @@ using StrategyFetch = std::function<bool(const std::string& host, uint16_t port,
 // lock or the keep-alive sink's lock; never the other way round.
 class CStrategy : public CRunnable {
   public:
-    // `context` is the owner, not owned; may be null in tests.
-    explicit CStrategy(CReportContext* context = nullptr);
+    CStrategy();
     // Waits for a fetch still running, which uses this object to its end.
     ~CStrategy() override;
     CStrategy(const CStrategy&) = delete;
@@ -117,18 +121,10 @@ class CStrategy : public CRunnable {
     bool IsLogsEnabled();
     void EnableLogs();
 
-    // Host roles. Plain references: the texts do not change once threads read them.
-    const std::string& GetCollectorHost() const { return collectorHost; }
-    const std::string& GetAuxHost1() const { return auxHost1; }
-    const std::string& GetAuxHost2() const { return auxHost2; }
-    const std::string& GetStrategyHost() const { return strategyHost; }
-    const std::string& GetConfigHost() const { return configHost; }
-    const std::string& GetAuxHost3() const { return auxHost3; }
-
-    // Ports: records and statistics, the strategy fetch, the device configuration (HTTPS).
-    uint16_t GetCollectorPort() const { return collectorPort; }
-    uint16_t GetStrategyPort() const { return strategyPort; }
-    uint16_t GetConfigPort() const { return configPort; }
+    // Host roles and ports. Plain references: they do not change once threads read them.
+    const StrategyHosts& GetHosts() const { return hosts; }
+    const std::string& GetCollectorHost() const { return hosts.collectorHost; }
+    uint16_t GetCollectorPort() const { return hosts.collectorPort; }
 
     // The five address lists; each has its own lock. A blob replaces fallback, post-fallback and
     // spare lists; the strategy and config lists stay empty on purpose (those requests have no
@@ -155,15 +151,7 @@ class CStrategy : public CRunnable {
   private:
     void ApplyRouting(const StrategyRouting& routing);
 
-    std::string collectorHost;
-    std::string auxHost1;
-    std::string auxHost2;
-    std::string strategyHost;
-    std::string configHost;
-    std::string auxHost3;
-    uint16_t collectorPort = 0;
-    uint16_t strategyPort = 0;
-    uint16_t configPort = 0;
+    StrategyHosts hosts;
     CAddressList fallbackList;
     CAddressList postFallbackList;
     CAddressList strategyFallbackList;
@@ -171,7 +159,6 @@ class CStrategy : public CRunnable {
     CAddressList spareFallbackList;
     std::string lastBlob;  // strategy thread only
     CThread fetchThread;
-    CReportContext* context;
     uint32_t keepAliveLimit;  // guarded by lock
     // Would get the periods of numbers 2 and 4; nothing creates them. Guarded by lock.
     CTimer* timer1 = nullptr;

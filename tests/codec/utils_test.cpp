@@ -15,7 +15,7 @@
 
 #include "codec/md5.h"
 #include "deployment_config.h"
-#include "port/clock.h"
+#include "port/env.h"
 
 namespace qzdata_report_kelvo {
 namespace {

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "delivery/delivery_test_util.h"
-#include "port/clock.h"
+#include "port/env.h"
 #include "support/wait.h"
 
 namespace qzdata_report_kelvo {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "port/clock.h"
+#include "port/env.h"
 
 namespace qzdata_report_kelvo {
 namespace {

@@ -1,6 +1,4 @@
-#include "port/port.h"
-
-#include "delivery/app_data_folder.h"
+#include "port/app_data_folder.h"
 
 #include <cstdlib>
 

@@ -1,6 +1,4 @@
-#include "port/port.h"
-
-#include "delivery/sleep_precision.h"
+#include "port/sleep_precision.h"
 
 #include <sys/prctl.h>
 

@@ -1,4 +1,4 @@
-#include "net/socket_api.h"
+#include "port/socket_api.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>

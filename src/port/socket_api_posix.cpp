@@ -1,6 +1,4 @@
-#include "port/port.h"
-
-#include "net/socket_api.h"
+#include "port/socket_api.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>

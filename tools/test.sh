@@ -15,7 +15,7 @@ for variant in "${variants[@]}"; do
   [ "$variant" = plain ] || sanitize="$variant"
   echo "== $variant build =="
   cmake -S "$root" -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQZ_SANITIZE="$sanitize" \
-        -DQZ_BUILD_BENCH=OFF >/dev/null
+        -DQZ_BUILD_BENCH=OFF -DQZ_WARNINGS_AS_ERRORS=ON >/dev/null
   cmake --build "$dir" -j"$jobs"
   ASAN_OPTIONS=detect_leaks=1 TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
     ctest --test-dir "$dir" --output-on-failure -j"$jobs"

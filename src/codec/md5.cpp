@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "codec/text.h"
+
 namespace qzdata_report_kelvo {
 
 namespace {
@@ -75,7 +77,7 @@ std::string Md5Context::HexDigest() {
     if (!finished) {
         Finish();
     }
-    return HexEncodeLower(digest, sizeof(digest));
+    return text::HexEncode(digest, sizeof(digest), text::HexCase::kLower);
 }
 
 void Md5Context::Finish() {
@@ -143,17 +145,6 @@ void Md5Context::Transform(const uint8_t block[64]) {
     state[1] += b;
     state[2] += c;
     state[3] += d;
-}
-
-std::string HexEncodeLower(const void* bytes, size_t size) {
-    static const char kDigits[] = "0123456789abcdef";
-    const auto* in = static_cast<const uint8_t*>(bytes);
-    std::string text(size * 2, '\0');
-    for (size_t i = 0; i < size; ++i) {
-        text[2 * i] = kDigits[in[i] >> 4];
-        text[2 * i + 1] = kDigits[in[i] & 0x0F];
-    }
-    return text;
 }
 
 }  // namespace qzdata_report_kelvo

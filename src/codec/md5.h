@@ -35,7 +35,4 @@ class Md5Context {
     bool finished;
 };
 
-// `size` bytes at `bytes` as text, two lower-case hexadecimal digits a byte.
-std::string HexEncodeLower(const void* bytes, size_t size);
-
 }  // namespace qzdata_report_kelvo

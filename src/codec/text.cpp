@@ -32,6 +32,16 @@ char HexDigit(unsigned value, HexCase digits) {
     return (digits == HexCase::kUpper ? kUpper : kLower)[value & 0x0F];
 }
 
+std::string HexEncode(const void* bytes, size_t size, HexCase digits) {
+    const auto* in = static_cast<const uint8_t*>(bytes);
+    std::string result(size * 2, '\0');
+    for (size_t i = 0; i < size; ++i) {
+        result[2 * i] = HexDigit(in[i] >> 4, digits);
+        result[2 * i + 1] = HexDigit(in[i], digits);
+    }
+    return result;
+}
+
 size_t EscapeByte(unsigned char byte, const EscapeStyle& style, char* out) {
     const char c = static_cast<char>(byte);
     if (style.blankAsPlus && c == ' ') {
@@ -112,14 +122,11 @@ bool NewUuid4(uint8_t (&bytes)[16]) {
 }
 
 std::string UuidText(const uint8_t (&bytes)[16], UuidForm form) {
-    std::string result;
-    result.reserve(36);
-    for (size_t i = 0; i < sizeof(bytes); ++i) {
-        if (form == UuidForm::kDashed && (i == 4 || i == 6 || i == 8 || i == 10)) {
-            result += '-';
+    std::string result = HexEncode(bytes, sizeof(bytes), HexCase::kLower);
+    if (form == UuidForm::kDashed) {
+        for (size_t dash : {8, 13, 18, 23}) {
+            result.insert(dash, 1, '-');
         }
-        result += HexDigit(bytes[i] >> 4, HexCase::kLower);
-        result += HexDigit(bytes[i], HexCase::kLower);
     }
     return result;
 }

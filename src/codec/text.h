@@ -52,8 +52,10 @@ size_t EscapeByte(unsigned char byte, const EscapeStyle& style, char* out);
 // Appends the escaped form of every byte of `in` to `out`.
 void AppendEscaped(const std::string& in, const EscapeStyle& style, std::string& out);
 
-// The digit of `value` (0..15).
+// The digit of the low four bits of `value`.
 char HexDigit(unsigned value, HexCase digits);
+// Two digits per byte of the `size` bytes at `bytes`.
+std::string HexEncode(const void* bytes, size_t size, HexCase digits);
 
 enum class HexInput {
     // '0'-'9', 'a'-'f' and 'A'-'F'; anything else is refused.

@@ -75,28 +75,31 @@ void ReportThreadImpl::Main() {
     }
 
     while (!quitRequested.load(std::memory_order_acquire)) {
-        try {
-            DrainPosts();
-            ReportFinishedPosts();
-        } catch (...) {
-            // A failed step (memory ran out) costs what it held, never the worker: a worker
-            // that ended here would leave every later report piling up unsent.
-            drainBuffer.clear();
-        }
+        Step(true);
         port::Sleep(1);
     }
     if (IsAbandoned()) {
         return;
     }
-    if (exitMode.load(std::memory_order_relaxed) == 1) {
-        DrainPosts();
-    }
-    ReportFinishedPosts();
+    Step(exitMode.load(std::memory_order_relaxed) == 1);
     // An abandoned worker returned above: its sending threads go on with what they hold, as
     // they would beside a worker ended by force, and the table stops them when it is destroyed.
     if (dispatchTable) {
         dispatchTable->Stop();
         reportContext->GetStrategy().Join();
+    }
+}
+
+void ReportThreadImpl::Step(bool drain) {
+    try {
+        if (drain) {
+            DrainPosts();
+        }
+        ReportFinishedPosts();
+    } catch (...) {
+        // A failed step (memory ran out) costs what it held, never the worker: a worker that
+        // ended here would leave every later report piling up unsent.
+        drainBuffer.clear();
     }
 }
 
@@ -121,16 +124,15 @@ void ReportThreadImpl::StartUp() {
     StartDelivery();
 }
 
-bool ReportThreadImpl::StartDelivery() {
+void ReportThreadImpl::StartDelivery() {
     CScopedLock lock(lifecycleLock);
     if (IsAbandoned()) {
-        return false;
+        return;
     }
     if (dispatchTable) {
         dispatchTable->Start();
         reportContext->GetStrategy().StartFetch(stopOldSdkFlag);
     }
-    return true;
 }
 
 template <class Iterator>

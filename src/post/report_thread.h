@@ -139,8 +139,11 @@ class ReportThreadImpl {
     // Runs the start-up calls, then starts delivery and the strategy fetch, unless the worker is
     // abandoned first: once Stop has given up on the worker, nothing more may start.
     void StartUp();
-    // Starts delivery and the strategy fetch under lifecycleLock; false when abandoned.
-    bool StartDelivery();
+    // Starts delivery and the strategy fetch under lifecycleLock, unless abandoned.
+    void StartDelivery();
+    // One turn: drains the queue (when `drain`) and moves finished posts on. What a failed turn
+    // held is dropped; the worker goes on.
+    void Step(bool drain);
     void DrainPosts();
     // Formats and posts each record of `post`; `handed` counts the records handed on so far.
     void SendPost(const ReportPost& post, size_t& handed);

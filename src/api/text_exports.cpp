@@ -16,11 +16,13 @@ namespace qzdata_report_kelvo_internal {
 using qzdata_report_kelvo::Guarded;
 
 bool QZA2W(const std::string& source, std::wstring& target, unsigned int codePage) {
-    return Guarded(false, [&] { return qzdata_report_kelvo::NarrowToWide(source, target, codePage); });
+    return Guarded(false,
+                   [&] { return qzdata_report_kelvo::NarrowToWide(source, target, codePage); });
 }
 
 bool QZW2A(const std::wstring& source, std::string& target, unsigned int codePage) {
-    return Guarded(false, [&] { return qzdata_report_kelvo::WideToNarrow(source, target, codePage); });
+    return Guarded(false,
+                   [&] { return qzdata_report_kelvo::WideToNarrow(source, target, codePage); });
 }
 
 void StrReplace(std::string& target, const std::string& source, const std::string& from,

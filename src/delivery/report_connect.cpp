@@ -5,8 +5,8 @@
 #include "delivery/constants.h"
 #include "delivery/dispatch_table.h"
 #include "delivery/report_context.h"
-#include "port/sleep_precision.h"
 #include "port/env.h"
+#include "port/sleep_precision.h"
 
 namespace qzdata_report_kelvo {
 

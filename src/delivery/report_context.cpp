@@ -1,11 +1,11 @@
 #include "delivery/report_context.h"
 
-#include "port/app_data_folder.h"
 #include "delivery/constants.h"
 #include "delivery/dispatch_table.h"
 #include "delivery/report_connect.h"
 #include "delivery/report_log_stream.h"
 #include "net/http_client.h"
+#include "port/app_data_folder.h"
 #include "port/env.h"
 
 namespace qzdata_report_kelvo {

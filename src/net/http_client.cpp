@@ -21,9 +21,7 @@ std::string FormatPort(uint16_t port) {
 
 template <class Transport>
 BasicHttpClient<Transport>::BasicHttpClient(bool blockingLookup)
-    : blockingLookup(blockingLookup),
-      directLookup(blockingLookup),
-      resolver(port::GetAddrInfo) {}
+    : blockingLookup(blockingLookup), directLookup(blockingLookup), resolver(port::GetAddrInfo) {}
 
 template <class Transport>
 BasicHttpClient<Transport>::~BasicHttpClient() {

@@ -15,10 +15,10 @@
 #include "net/constants.h"
 #include "net/lookup.h"
 #include "net/plain_transport.h"
-#include "port/env.h"
-#include "port/socket_api.h"
 #include "net/ticks.h"
 #include "net/tls_transport.h"
+#include "port/env.h"
+#include "port/socket_api.h"
 #include "runtime/critical_section.h"
 #include "runtime/thread.h"
 

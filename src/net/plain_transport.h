@@ -4,8 +4,8 @@
 #include <cstdint>
 
 #include "net/constants.h"
-#include "port/socket_api.h"
 #include "net/ticks.h"
+#include "port/socket_api.h"
 
 namespace qzdata_report_kelvo {
 
@@ -32,9 +32,7 @@ class PlainTransport {
 
     // Before connect, after connect: nothing to do for a plain socket.
     int Attach(port::SocketHandle /*socket*/) { return net::kResultOk; }
-    int Handshake(port::SocketHandle /*socket*/, uint32_t /*timeoutMs*/) {
-        return net::kResultOk;
-    }
+    int Handshake(port::SocketHandle /*socket*/, uint32_t /*timeoutMs*/) { return net::kResultOk; }
 
     // Byte count, 0, or negative; WouldBlock tells a negative result that may be retried.
     int Write(port::SocketHandle socket, const char* data, int size);

@@ -6,7 +6,6 @@
 namespace qzdata_report_kelvo {
 namespace net {
 
-
 // Milliseconds from `then` to `now`. When the counter wrapped in between (now below then), one
 // less than the modular difference: the clients have always measured it this way, and the
 // keep-alive boundary across a wrap depends on it.

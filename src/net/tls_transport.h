@@ -6,9 +6,9 @@
 #include <cstdint>
 
 #include "net/constants.h"
-#include "port/socket_api.h"
 #include "net/ticks.h"
 #include "net/tls_library.h"
+#include "port/socket_api.h"
 
 namespace qzdata_report_kelvo {
 

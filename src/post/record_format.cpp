@@ -66,8 +66,7 @@ bool IsEscapedParamName(const std::string& key) {
     return EscapedNames().count(key) != 0;
 }
 
-uint32_t EscapeParamValue(const char* source, char* target, uint32_t targetSize,
-                          ParamEscape mode) {
+uint32_t EscapeParamValue(const char* source, char* target, uint32_t targetSize, ParamEscape mode) {
     if (targetSize == 0) {
         return 0;
     }
@@ -75,8 +74,8 @@ uint32_t EscapeParamValue(const char* source, char* target, uint32_t targetSize,
     uint32_t written = 0;
     for (const char* in = source; *in != '\0'; ++in) {
         char piece[text::kMaxEscapedByte];
-        const uint32_t length = static_cast<uint32_t>(
-            text::EscapeByte(static_cast<unsigned char>(*in), style, piece));
+        const uint32_t length =
+            static_cast<uint32_t>(text::EscapeByte(static_cast<unsigned char>(*in), style, piece));
         // The piece and the terminating zero must fit.
         if (written + length + 1 > targetSize) {
             break;
@@ -155,8 +154,8 @@ bool RecordFormatter::EscapeValue(const std::string& value, std::string& out) {
     return true;
 }
 
-RecordQueryResult RecordFormatter::BuildRecordQuery(const ReportRecord& params,
-                                                    std::string& query, std::string& action) {
+RecordQueryResult RecordFormatter::BuildRecordQuery(const ReportRecord& params, std::string& query,
+                                                    std::string& action) {
     query.clear();
     ReportRecord record(params);
     TranslateParamNames(record);

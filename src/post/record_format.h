@@ -33,8 +33,7 @@ enum class ParamEscape {
 // that the result and its terminating zero always fit into; stops early when the next byte does
 // not fit. Returns the bytes written without the terminator; 0 writes nothing when `targetSize`
 // is 0.
-uint32_t EscapeParamValue(const char* source, char* target, uint32_t targetSize,
-                          ParamEscape mode);
+uint32_t EscapeParamValue(const char* source, char* target, uint32_t targetSize, ParamEscape mode);
 
 // Result of BuildRecordQuery.
 enum class RecordQueryResult {

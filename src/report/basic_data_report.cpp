@@ -224,8 +224,8 @@ void BasicDataReport<Worker>::PostHeartBeatEvent() {
     // Signed on purpose: a session longer than 24 days shows a negative duration.
     const std::string duration =
         std::to_string(static_cast<int32_t>(port::GetTickCount() - startTick));
-    BuildLifecycleRecord(heartbeatRecords.front(), report::kHeartbeatEid,
-                         report::kTraceHeartBeat, &duration);
+    BuildLifecycleRecord(heartbeatRecords.front(), report::kHeartbeatEid, report::kTraceHeartBeat,
+                         &duration);
     this->PostImmediately(defaultUrl, heartbeatRecords, nullptr, nullptr);
 }
 

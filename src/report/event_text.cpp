@@ -4,9 +4,9 @@
 #include <cstring>
 #include <vector>
 
-#include "port/env.h"
 #include "port/code_page.h"
 #include "port/debug_output.h"
+#include "port/env.h"
 #include "report/constants.h"
 
 namespace qzdata_report_kelvo {

@@ -121,11 +121,10 @@ bool StoredStrategyFields::operator==(const StoredStrategyFields& other) const {
 
 StrategyRouting DefaultRouting() {
     StrategyRouting routing;
-    routing.hosts = StrategyHosts{deployment::kCollectorHost, deployment::kAuxHost1,
-                                  deployment::kAuxHost2,     deployment::kStrategyHost,
-                                  deployment::kConfigHost,   deployment::kAuxHost3,
-                                  deployment::kCollectorPort, deployment::kStrategyPort,
-                                  deployment::kConfigPort};
+    routing.hosts = StrategyHosts{
+        deployment::kCollectorHost, deployment::kAuxHost1,     deployment::kAuxHost2,
+        deployment::kStrategyHost,  deployment::kConfigHost,   deployment::kAuxHost3,
+        deployment::kCollectorPort, deployment::kStrategyPort, deployment::kConfigPort};
     routing.fallbackAddresses = ToVector(std::begin(deployment::kFallbackAddresses),
                                          std::end(deployment::kFallbackAddresses));
     routing.postFallbackAddresses = ToVector(std::begin(deployment::kPostFallbackAddresses),
@@ -180,7 +179,8 @@ void CStrategy::Run() {
         fetchNow = fetch;
     }
     std::string reply;
-    if (!fetchNow || !fetchNow(hosts.strategyHost, hosts.strategyPort, strategy::kStrategyPath, reply) ||
+    if (!fetchNow ||
+        !fetchNow(hosts.strategyHost, hosts.strategyPort, strategy::kStrategyPath, reply) ||
         reply.empty()) {
         return;
     }

@@ -8,7 +8,7 @@
 
 #include "codec/md5.h"
 #include "deployment_config.h"
-#include "post/constants.h"
+#include "identity/hardware_id_store.h"
 #include "post/report_thread.h"
 
 namespace qzdata_report_kelvo {
@@ -16,36 +16,40 @@ namespace {
 
 const std::string kSdk = "%26sdk_ver%3Dvs-nat-2.2.5";
 const std::string kSdkOnly = "extra=sdk_ver%3Dvs-nat-2.2.5";
-const std::string kBare = "kelvo_mid=K&" + kSdkOnly;
+// The hardware id of this machine as every record carries it.
+std::string HardwareId() {
+    std::string id;
+    HardwareIdStore::Instance().Get(id);
+    return id;
+}
+const std::string kMid = "kelvo_mid=" + HardwareId();
+const std::string kBare = kMid + "&" + kSdkOnly;
 
-// A worker that never runs: the record format is exercised directly.
 class RecordFormatTest : public ::testing::Test {
   protected:
-    RecordFormatTest() : impl(&stopOldSdk) {
-        impl.SetHardwareIdSourceForTesting(+[] { return std::string("K"); });
-    }
-    std::string Query(const ReportRecord& record, int expectedResult = 0) {
+    std::string Query(const ReportRecord& record,
+                      RecordQueryResult expectedResult = RecordQueryResult::kOk) {
         std::string query;
-        EXPECT_EQ(expectedResult, impl.BuildRecordQuery(record, query, lastAction));
+        EXPECT_EQ(expectedResult, formatter.BuildRecordQuery(record, query, lastAction));
         return query;
     }
 
-    std::atomic<bool> stopOldSdk{false};
-    ReportThreadImpl impl;
+    RecordFormatter formatter;
     std::string lastAction;
 };
 
 TEST_F(RecordFormatTest, WorkedExampleByteForByte) {
-    impl.SetCommonParams({{"mid", "ABC"}, {"pro", "demo"}});
+    formatter.SetCommonParams({{"mid", "ABC"}, {"pro", "demo"}});
     const std::string query = Query({{"act", "zhwebevent"}, {"eid", "click"}, {"eid_desc", "a b"}});
     const std::string expectedQuery =
-        "kelvo_mid=K&mid=ABC&pro=demo&extra=eid%3Dclick%26eid_desc%3Da%2Bb%26sdk_ver%3Dvs-nat-2.2."
-        "5";
+        kMid + "&mid=ABC&pro=demo&extra=eid%3Dclick%26eid_desc%3Da%2Bb%26sdk_ver%3Dvs-nat-2.2.5";
     EXPECT_EQ(expectedQuery, query);
     EXPECT_EQ("zhwebevent", lastAction);
 
+    std::atomic<bool> stopOldSdk{false};
+    ReportThreadImpl impl(&stopOldSdk);
     std::vector<BuiltRecord> built;
-    impl.SetRecordObserverForTesting([&built](const BuiltRecord& r) { built.push_back(r); });
+    impl.SetRecordObserver([&built](const BuiltRecord& r) { built.push_back(r); });
     impl.PostRecord(lastAction, query);
     ASSERT_EQ(1u, built.size());
     const BuiltRecord& request = built[0];
@@ -59,18 +63,11 @@ TEST_F(RecordFormatTest, WorkedExampleByteForByte) {
     Md5Context md5;
     md5.Start(std::string("zhwebevent") + parts[2].str() + deployment::kRequestSalt);
     EXPECT_EQ(md5.HexDigest(), parts[1].str());
-
-    // The target the delivery layer sends on a first attempt.
-    const std::string target = request.path + "&EC=1&action=" + request.recordId +
-                               "&sdkver=" + post::kSdkVersion + request.signedQuery;
-    EXPECT_EQ("/c.gif?act=zhwebevent&smkdata=0&EC=1&action=" + request.recordId +
-                  "&sdkver=vs-nat-2.2.5&key=" + parts[1].str() + "&time=" + parts[2].str() + "&" +
-                  expectedQuery,
-              target);
+    EXPECT_EQ(expectedQuery, parts[3].str());
 }
 
 std::string X(const std::string& extra) {
-    return "kelvo_mid=K&extra=" + extra + kSdk;
+    return kMid + "&extra=" + extra + kSdk;
 }
 
 std::string Times(const std::string& text, int count) {
@@ -97,10 +94,10 @@ TEST_F(RecordFormatTest, QueryCases) {
         {"capital ACT is a known field", {{"ACT", "y"}, {"eid", "e"}}, "ACT=y&" + X("eid%3De")},
         {"capital Extra is ordinary", {{"Extra", "q"}}, X("Extra%3Dq")},
         {"extra leads the text", {{"extra", "pre=1"}, {"zz", "2"}}, X("pre%3D1") + "%26zz%3D2"},
-        {"known values travel raw", {{"pro", "a&b=c d"}}, "kelvo_mid=K&pro=a&b=c d&" + kSdkOnly},
+        {"known values travel raw", {{"pro", "a&b=c d"}}, kMid + "&pro=a&b=c d&" + kSdkOnly},
         {"known names ignore case", {{"Pro", "p"}, {"CITY", "c"}}, "CITY=c&Pro=p&" + kBare},
         {"param goes short into extra", {{"param", "v"}}, X("par%3Dv")},
-        {"caller's sdk_ver wins", {{"sdk_ver", "mine"}}, "kelvo_mid=K&extra=sdk_ver%3Dmine"},
+        {"caller's sdk_ver wins", {{"sdk_ver", "mine"}}, kMid + "&extra=sdk_ver%3Dmine"},
         {"caller's kelvo_mid wins", {{"kelvo_mid", "own"}}, "kelvo_mid=own&" + kSdkOnly},
         {"escaped names escaped twice", {{"content", "50% off"}}, X("content%3D50%2525%2Boff")},
         {"non-ASCII elsewhere once", {{"note", "\xC3\xA9"}}, X("note%3D%C3%A9")},
@@ -112,32 +109,31 @@ TEST_F(RecordFormatTest, QueryCases) {
         EXPECT_EQ(c.query, Query(c.record));
         EXPECT_EQ(c.action, lastAction);
     }
-    impl.SetHardwareIdSourceForTesting(+[] { return std::string(); });
-    EXPECT_EQ("kelvo_mid=&" + kSdkOnly, Query({}));
+    EXPECT_EQ(kBare, Query({}));
 }
 
 TEST_F(RecordFormatTest, EmptyEscapedValueDropsTheRecord) {
     for (const char* key : {"eid_desc", "CONTENT", "rso_desc", "channel_desc", "ref_desc"}) {
         SCOPED_TRACE(key);
-        Query({{"eid", "e"}, {key, ""}}, post::kRecordQueryDropped);
+        Query({{"eid", "e"}, {key, ""}}, RecordQueryResult::kDropped);
     }
 }
 
 TEST_F(RecordFormatTest, CommonParamsMergeUnderTheRecord) {
     // Only the record's keys are translated: the common "product" travels long inside extra.
-    impl.SetCommonParams({{"pro", "common"}, {"product", "long"}, {"cha", "c1"}});
-    EXPECT_EQ("cha=c1&kelvo_mid=K&pro=mine&extra=product%3Dlong" + kSdk,
+    formatter.SetCommonParams({{"pro", "common"}, {"product", "long"}, {"cha", "c1"}});
+    EXPECT_EQ("cha=c1&" + kMid + "&pro=mine&extra=product%3Dlong" + kSdk,
               Query({{"product", "mine"}}));
 
-    impl.SetCommonParams({{"mid", "M1"}, {"act", "a"}, {"ati", "t"}, {"pro", "p"}});
-    EXPECT_EQ((ReportRecord{{"mid", "M1"}, {"pro", "p"}}), impl.CommonParamsForTesting());
-    impl.SetCommonParams({{"pro", "q"}});
-    EXPECT_EQ((ReportRecord{{"mid", "M1"}, {"pro", "q"}}), impl.CommonParamsForTesting());
-    impl.SetCommonParams({{"mid", "M2"}});
-    EXPECT_EQ((ReportRecord{{"mid", "M2"}}), impl.CommonParamsForTesting());
-    impl.SetCommonParams({{"mid", ""}});  // an explicit empty device id replaces the old one
-    impl.SetCommonParams({{"pro", "r"}});
-    EXPECT_EQ((ReportRecord{{"pro", "r"}}), impl.CommonParamsForTesting());
+    formatter.SetCommonParams({{"mid", "M1"}, {"act", "a"}, {"ati", "t"}, {"pro", "p"}});
+    EXPECT_EQ((ReportRecord{{"mid", "M1"}, {"pro", "p"}}), formatter.GetCommonParams());
+    formatter.SetCommonParams({{"pro", "q"}});
+    EXPECT_EQ((ReportRecord{{"mid", "M1"}, {"pro", "q"}}), formatter.GetCommonParams());
+    formatter.SetCommonParams({{"mid", "M2"}});
+    EXPECT_EQ((ReportRecord{{"mid", "M2"}}), formatter.GetCommonParams());
+    formatter.SetCommonParams({{"mid", ""}});  // an explicit empty device id replaces the old one
+    formatter.SetCommonParams({{"pro", "r"}});
+    EXPECT_EQ((ReportRecord{{"pro", "r"}}), formatter.GetCommonParams());
 }
 
 TEST_F(RecordFormatTest, TranslateParamNamesRewritesOnlyLongKeys) {
@@ -150,15 +146,12 @@ TEST_F(RecordFormatTest, TranslateParamNamesRewritesOnlyLongKeys) {
         {{{"game_server", "long"}, {"gse", "short"}}, {{"gse", "short"}}},
     };
     for (auto c : cases) {
-        impl.TranslateParamNames(c.in);
+        formatter.TranslateParamNames(c.in);
         EXPECT_EQ(c.out, c.in);
     }
 }
 
 TEST(ParamNamesTest, KnownAndEscapedSetsIgnoreCase) {
-    for (const char* name : post::kKnownParamNames) {
-        EXPECT_TRUE(IsKnownParamName(name)) << name;
-    }
     EXPECT_TRUE(IsKnownParamName("KELVO_MID") && IsKnownParamName("Province"));
     EXPECT_FALSE(IsKnownParamName("par") || IsKnownParamName("eid") || IsKnownParamName("mid2"));
     EXPECT_TRUE(IsEscapedParamName("Eid_Desc"));
@@ -166,38 +159,40 @@ TEST(ParamNamesTest, KnownAndEscapedSetsIgnoreCase) {
 }
 
 TEST(EscapeParamValueTest, Cases) {
+    constexpr ParamEscape P = ParamEscape::kStrictBlankAsPlus;
+    constexpr ParamEscape S = ParamEscape::kStrict;
+    constexpr ParamEscape L = ParamEscape::kLenient;
     const struct {
         const char* name;
         std::string source;
         uint32_t size;
-        bool plus, lenient;
+        ParamEscape mode;
         std::string expected;
     } cases[] = {
-        {"strict keeps unreserved marks", "aZ09-_.!~*'()", 64, true, false, "aZ09-_.!~*'()"},
-        {"strict escapes reserved bytes", "a=b&c/d", 64, true, false, "a%3Db%26c%2Fd"},
-        {"blank becomes plus", "a b", 64, true, false, "a+b"},
-        {"blank without plus", "a b", 64, false, false, "a%20b"},
-        {"strict high bytes upper-case", "\xE4\xFF", 64, true, false, "%E4%FF"},
-        {"lenient copies high and reserved", "\xE4/=?", 64, false, true, "\xE4/=?"},
-        {"lenient unsafe set", "\\\"^&`<>[]{}", 64, false, true,
-         "%5C%22%5E%26%60%3C%3E%5B%5D%7B%7D"},
-        {"lenient ignores plus", "a b\x01", 64, true, true, "a%20b%01"},
-        {"escape that does not fit stops", "ab=c", 5, true, false, "ab"},
-        {"escape fits with terminator", "=", 4, true, false, "%3D"},
-        {"no room for terminator stops", "=", 3, true, false, ""},
-        {"copies leave room for terminator", "abcdef", 4, true, false, "abc"},
+        {"strict keeps unreserved marks", "aZ09-_.!~*'()", 64, P, "aZ09-_.!~*'()"},
+        {"strict escapes reserved bytes", "a=b&c/d", 64, P, "a%3Db%26c%2Fd"},
+        {"blank becomes plus", "a b", 64, P, "a+b"},
+        {"blank without plus", "a b", 64, S, "a%20b"},
+        {"strict high bytes upper-case", "\xE4\xFF", 64, P, "%E4%FF"},
+        {"lenient copies high and reserved", "\xE4/=?", 64, L, "\xE4/=?"},
+        {"lenient unsafe set", "\\\"^&`<>[]{}", 64, L, "%5C%22%5E%26%60%3C%3E%5B%5D%7B%7D"},
+        {"lenient ignores plus", "a b\x01", 64, L, "a%20b%01"},
+        {"escape that does not fit stops", "ab=c", 5, P, "ab"},
+        {"escape fits with terminator", "=", 4, P, "%3D"},
+        {"no room for terminator stops", "=", 3, P, ""},
+        {"copies leave room for terminator", "abcdef", 4, P, "abc"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         std::vector<char> target(c.size + 8, '#');
         EXPECT_EQ(c.expected.size(),
-                  EscapeParamValue(c.source.c_str(), target.data(), c.size, c.plus, c.lenient));
+                  EscapeParamValue(c.source.c_str(), target.data(), c.size, c.mode));
         EXPECT_EQ(c.expected, std::string(target.data()));
         // Nothing is written past the buffer.
         EXPECT_EQ(std::string(8, '#'), std::string(target.data() + c.size, 8));
     }
     char target[1] = {'#'};
-    EXPECT_EQ(0u, EscapeParamValue("abc", target, 0, true, false));
+    EXPECT_EQ(0u, EscapeParamValue("abc", target, 0, ParamEscape::kStrictBlankAsPlus));
     EXPECT_EQ('#', target[0]);
 }
 

@@ -2,12 +2,18 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <mutex>
+#include <new>
 #include <string>
 #include <vector>
 
+#include "delivery/dispatch_table.h"
+#include "delivery/report_context.h"
 #include "runtime/event.h"
+#include "strategy/strategy.h"
+#include "support/http_test_server.h"
 #include "support/wait.h"
 
 namespace qzdata_report_kelvo {
@@ -16,124 +22,136 @@ namespace {
 class ReportThreadTest : public ::testing::Test {
   protected:
     ReportThreadTest() : impl(&stopOldSdk) {
-        impl.SetHardwareIdSourceForTesting(+[] { return std::string(); });
-        impl.SetRecordObserverForTesting([this](const BuiltRecord& record) {
-            std::lock_guard<std::mutex> guard(mutex);
-            queries.push_back(record.signedQuery);
-        });
+        impl.SetRecordObserver([this](const BuiltRecord& record) { Keep(record); });
     }
-    std::vector<std::string> Queries() {
+    void Keep(const BuiltRecord& record) {
+        const std::string& query = record.signedQuery;
+        const size_t eid = query.find("eid%3D") + 6;
         std::lock_guard<std::mutex> guard(mutex);
-        return queries;
+        eids.push_back(query.substr(eid, query.find('%', eid) - eid));
     }
-    void Enqueue(const std::vector<ReportRecord>& records, const std::wstring& url = L"u") {
-        impl.EnqueuePost(url, records.begin(), records.end(), true, nullptr, nullptr);
+    std::vector<std::string> Eids() {
+        std::lock_guard<std::mutex> guard(mutex);
+        return eids;
+    }
+    void Enqueue(const std::vector<ReportRecord>& records) {
+        impl.EnqueuePost(L"u", records.begin(), records.end(), true, nullptr, nullptr);
     }
     void Enqueue(const std::string& eid) { Enqueue({{{"eid", eid}}}); }
+    void Run() {
+        ASSERT_TRUE(impl.Create(L""));
+        impl.Resume();
+    }
 
     std::atomic<bool> stopOldSdk{false};
     ReportThreadImpl impl;
     std::mutex mutex;
-    std::vector<std::string> queries;
+    std::vector<std::string> eids;  // of the built records, in order
 };
 
-std::string Tail(const std::string& query) {
-    return query.substr(query.find("extra="));
-}
+using Strings = std::vector<std::string>;
 
 TEST_F(ReportThreadTest, PostsWaitUntilResumeAndStopDrainsInOrder) {
     ASSERT_TRUE(impl.Create(L""));
     Enqueue("one");
     Enqueue("two");
     // The worker stands still until resumed: the queue keeps both posts.
-    EXPECT_EQ(2u, impl.QueuedPostsForTesting().size());
-    EXPECT_TRUE(Queries().empty());
-
+    EXPECT_EQ(2u, impl.QueuedPosts().size());
+    EXPECT_TRUE(Eids().empty());
     impl.Resume();
     Enqueue("three");
     // A running worker delivers without waiting for Stop.
-    EXPECT_TRUE(qz_test::WaitUntil([&] { return Queries().size() == 3; }));
+    EXPECT_TRUE(qz_test::WaitUntil([&] { return Eids().size() == 3; }));
     impl.Stop(5000);
-    EXPECT_TRUE(impl.HasEndedForTesting());
-    const std::vector<std::string> sent = Queries();
-    ASSERT_EQ(3u, sent.size());
-    const std::string sdk = "%26sdk_ver%3Dvs-nat-2.2.5";
-    EXPECT_EQ("extra=eid%3Done" + sdk, Tail(sent[0]));
-    EXPECT_EQ("extra=eid%3Dtwo" + sdk, Tail(sent[1]));
-    EXPECT_EQ("extra=eid%3Dthree" + sdk, Tail(sent[2]));
+    EXPECT_FALSE(impl.IsRunning());
+    EXPECT_EQ((Strings{"one", "two", "three"}), Eids());
 }
 
 struct Gate {
     CEvent entered;
     CEvent release;
+    static void Hold(void* argument) {
+        auto* gate = static_cast<Gate*>(argument);
+        gate->entered.Set();
+        gate->release.Wait(kInfinite);
+    }
 };
 
+// Once Stop has given up on the worker, nothing more starts: no delivery, no strategy fetch.
 TEST_F(ReportThreadTest, StopWithZeroTimeoutAbandonsABusyWorkerAndLosesTheQueue) {
+    qz_test::HttpTestServer server;
+    ASSERT_TRUE(server.Start(qz_test::HttpTestServer::Silent()));
+    StrategyRouting routing = DefaultRouting();
+    routing.hosts.collectorHost = routing.hosts.strategyHost = "127.0.0.1";
+    routing.hosts.collectorPort = routing.hosts.strategyPort = server.port();
+    impl.GetReportContext()->GetStrategy().SetRoutingForTesting(routing);
     Gate gate;
-    impl.AddStartupCall(
-        [](void* argument) {
-            auto* gate = static_cast<Gate*>(argument);
-            gate->entered.Set();
-            gate->release.Wait(kInfinite);
-        },
-        &gate);
-    ASSERT_TRUE(impl.Create(L""));
-    impl.Resume();
+    impl.AddStartupCall(&Gate::Hold, &gate);
+    Run();
     ASSERT_TRUE(gate.entered.Wait(5000));
-    Enqueue("lost1");
-    Enqueue("lost2");
+    Enqueue("lost");
 
     const auto start = std::chrono::steady_clock::now();
     impl.Stop(0);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1000));
-    EXPECT_FALSE(impl.HasEndedForTesting());
+    EXPECT_TRUE(impl.IsRunning());
 
     gate.release.Set();
-    EXPECT_TRUE(qz_test::WaitUntil([&] { return impl.HasEndedForTesting(); }));
-    EXPECT_TRUE(Queries().empty());
+    EXPECT_TRUE(qz_test::WaitUntil([&] { return !impl.IsRunning(); }));
+    EXPECT_TRUE(Eids().empty());
+    EXPECT_FALSE(impl.GetDispatchTable()->IsRunning());
+    // A fetch started by mistake would connect at once.
+    EXPECT_FALSE(qz_test::WaitUntil([&] { return server.ConnectionCount() != 0; }, 300));
 }
 
-TEST_F(ReportThreadTest, StartupCallsRunInOrderBeforeAnyDrain) {
-    std::vector<std::string> order;
-    impl.SetRecordObserverForTesting([&order](const BuiltRecord&) { order.push_back("record"); });
+// A step that throws (memory ran out) drops the post in hand, counts it, and the worker goes on.
+TEST_F(ReportThreadTest, AFailedStepDropsOnePostAndTheWorkerGoesOn) {
+    std::atomic<int> calls{0};
+    impl.SetRecordObserver([&](const BuiltRecord& record) {
+        if (calls++ == 0) {
+            throw std::bad_alloc();
+        }
+        Keep(record);
+    });
+    Enqueue({{{"eid", "lost"}}, {{"eid", "lost-too"}}});
+    Enqueue("next");
+    Run();
+    ASSERT_TRUE(qz_test::WaitUntil([&] { return Eids().size() == 1; }));
+    EXPECT_EQ((Strings{"next"}), Eids());
+    EXPECT_TRUE(impl.IsRunning());
+    impl.Stop(5000);
+    EXPECT_EQ(2u, impl.GetReportContext()->GetStats().Peek().unreported);
+}
+
+// Start-up calls run in order before any drain; a silent worker drops every hand-over; a record
+// that fails is skipped and the rest of its post goes on; sent single-record posts are kept for
+// reuse with their old content.
+TEST_F(ReportThreadTest, StartupSilenceSkippedRecordsAndSparePosts) {
+    Strings order;
+    impl.SetRecordObserver([&](const BuiltRecord& record) {
+        order.push_back("record");
+        Keep(record);
+    });
     const auto startup = [](void* argument) {
-        static_cast<std::vector<std::string>*>(argument)->push_back("startup");
+        static_cast<Strings*>(argument)->push_back("startup");
     };
     impl.AddStartupCall(startup, &order);
     impl.AddStartupCall(nullptr, nullptr);
     impl.AddStartupCall(startup, &order);
-    ASSERT_TRUE(impl.Create(L""));
-    Enqueue("queued-before-start");
-    impl.Resume();
-    impl.Stop(5000);
-    EXPECT_EQ((std::vector<std::string>{"startup", "startup", "record"}), order);
-}
-
-TEST_F(ReportThreadTest, SilentDropsEveryHandOver) {
     impl.SetSilent(true);
     Enqueue("dropped");
     ReportPost moved;
     moved.records = {{{"eid", "moved"}}};
     impl.EnqueuePost(std::move(moved));
-    EXPECT_TRUE(impl.QueuedPostsForTesting().empty());
+    EXPECT_TRUE(impl.QueuedPosts().empty());
     impl.SetSilent(false);
-    Enqueue("kept");
-    EXPECT_EQ(1u, impl.QueuedPostsForTesting().size());
-}
-
-// A record that fails is skipped and the rest of its post goes on; sent single-record posts are
-// kept for reuse with their old content.
-TEST_F(ReportThreadTest, FailedRecordsAreSkippedAndSinglePostsKeptForReuse) {
     EXPECT_TRUE(impl.TakeSparePost().records.empty());
     Enqueue("one");
     Enqueue({{{"eid", "a"}}, {{"eid", "b"}, {"eid_desc", ""}}, {{"eid", "c"}}});
-    ASSERT_TRUE(impl.Create(L""));
-    impl.Resume();
+    Run();
     impl.Stop(5000);
-    const std::vector<std::string> sent = Queries();
-    ASSERT_EQ(3u, sent.size());
-    EXPECT_NE(std::string::npos, sent[1].find("eid%3Da"));
-    EXPECT_NE(std::string::npos, sent[2].find("eid%3Dc"));
+    EXPECT_EQ((Strings{"startup", "startup", "record", "record", "record"}), order);
+    EXPECT_EQ((Strings{"one", "a", "c"}), Eids());
     const ReportPost spare = impl.TakeSparePost();
     ASSERT_EQ(1u, spare.records.size());
     EXPECT_EQ("one", spare.records[0].at("eid"));
@@ -142,13 +160,13 @@ TEST_F(ReportThreadTest, FailedRecordsAreSkippedAndSinglePostsKeptForReuse) {
 
 struct Finished {
     ReportThreadImpl* impl;
-    int context = 7;
+    int context;
     std::vector<std::pair<uint32_t, void*>> results;
 };
 Finished* finishedState = nullptr;
 
 TEST_F(ReportThreadTest, FinishedPostsReachTheirCallbacksOnTheDeliveringThread) {
-    Finished state{&impl};
+    Finished state{&impl, 7, {}};
     finishedState = &state;
     impl.AddStartupCall(
         [](void* argument) {
@@ -162,8 +180,7 @@ TEST_F(ReportThreadTest, FinishedPostsReachTheirCallbacksOnTheDeliveringThread) 
             state->impl->FinishPost(new ReportPost, 0);
         },
         &state);
-    ASSERT_TRUE(impl.Create(L""));
-    impl.Resume();
+    Run();
     // Results wait for the host's thread; the worker never calls back itself.
     EXPECT_TRUE(qz_test::WaitUntil([&] {
         impl.DeliverResults();

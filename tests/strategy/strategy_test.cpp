@@ -2,344 +2,255 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
-#include <fstream>
-#include <iterator>
-#include <map>
-#include <sstream>
 #include <string>
-#include <thread>
+#include <tuple>
 #include <vector>
 
-#include "codec/md5.h"
-#include "deployment_config.h"
+#include "port/env.h"
 #include "runtime/event.h"
+#include "strategy/field_reader.h"
+#include "support/strategy_blobs.h"
 
 namespace qzdata_report_kelvo {
 namespace {
 
 using Strings = std::vector<std::string>;
+using qz_test::kGoodFallback;
+using qz_test::ReadStrategyData;
+using StrategyBlobTest = qz_test::StrategyBlobTest;
 
-std::string ReadData(const std::string& name) {
-    std::ifstream file(std::string(QZ_STRATEGY_TEST_DATA) + "/" + name, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-class RecordingSink : public KeepAliveSink {
-  public:
-    void SetKeepAliveLimit(uint32_t milliseconds) override { limits.push_back(milliseconds); }
-    std::vector<uint32_t> limits;
-};
-
-// Everything a blob may change but the switch, as one comparable value.
-struct Snapshot {
-    Strings fallback, postFallback, strategyFallback, configFallback, spareFallback;
-    uint32_t keepAliveLimit;
-    StoredStrategyFields stored;
-    bool operator==(const Snapshot& o) const {
-        return fallback == o.fallback && postFallback == o.postFallback &&
-               strategyFallback == o.strategyFallback && configFallback == o.configFallback &&
-               spareFallback == o.spareFallback && keepAliveLimit == o.keepAliveLimit &&
-               stored == o.stored;
-    }
-};
-
+// Everything a blob may change but the switch: the five lists, the limit and the stored fields.
+using Snapshot =
+    std::tuple<Strings, Strings, Strings, Strings, Strings, uint32_t, StoredStrategyFields>;
 Snapshot Take(CStrategy& s) {
-    return {s.GetFallbackList().Copy(),
-            s.GetPostFallbackList().Copy(),
-            s.GetStrategyFallbackList().Copy(),
-            s.GetConfigFallbackList().Copy(),
-            s.GetSpareFallbackList().Copy(),
-            s.GetKeepAliveLimit(),
-            s.GetStoredFields()};
+    return std::make_tuple(s.GetFallbackList().Copy(), s.GetPostFallbackList().Copy(),
+                           s.GetStrategyFallbackList().Copy(), s.GetConfigFallbackList().Copy(),
+                           s.GetSpareFallbackList().Copy(), s.GetKeepAliveLimit(),
+                           s.GetStoredFields());
 }
 
-// A strategy whose fetch plays the server's reply, on the strategy thread.
-struct Harness {
-    Harness() { strategy.SetKeepAliveSink(&sink); }
-    void Answer(const std::string& reply) {
-        strategy.SetFetchFunction(
-            [reply](const std::string&, uint16_t, const std::string&, std::string& out) {
-                out = reply;
-                return true;
-            });
+// A strategy whose fetch plays `reply` (or fails, with `fetchOk` false) on the strategy thread,
+// and records the limits it pushes and the requests it makes.
+struct Harness : KeepAliveSink {
+    Harness() {
+        strategy.SetKeepAliveSink(this);
+        strategy.SetFetchFunction([this](const std::string& host, uint16_t port,
+                                         const std::string& path, std::string& out) {
+            requests.push_back(host + ":" + std::to_string(port) + path);
+            out = reply;
+            return fetchOk;
+        });
+    }
+    void SetKeepAliveLimit(uint32_t milliseconds) override { pushed.push_back(milliseconds); }
+    void Answer(const std::string& text, bool ok = true) {
+        reply = text;
+        fetchOk = ok;
         strategy.StartFetch(&stopOldSdk);
         strategy.Join();
     }
-    void AnswerBlob(const std::string& name) { Answer(ReadData(name + ".blob")); }
+    void AnswerBlob(const std::string& name) { Answer(ReadStrategyData(name + ".blob")); }
 
-    RecordingSink sink;
+    std::string reply;
+    bool fetchOk = true;
+    Strings requests;
+    std::vector<uint32_t> pushed;
     std::atomic<bool> stopOldSdk{false};
     CStrategy strategy;
 };
 
-// data/make_blobs.sh enciphers with the default profile's pass; another profile cannot decode.
-class StrategyBlobTest : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        Md5Context md5;
-        md5.Start(deployment::kStrategyPass);
-        if (ReadData("pass.md5") != md5.HexDigest() + "\n") {
-            GTEST_SKIP() << "the blobs were made with another strategy pass than this build's";
-        }
-    }
-};
-
-// What make_blobs.sh puts into "good" and the variants that differ from it in numbers 1 and 29.
-const Strings kGoodFallback = {"10.1.1.1", "10.1.1.2", "192.168.100.200"};
-StoredStrategyFields GoodStored() {
-    StoredStrategyFields stored;
-    stored.specialActs = {"actone", "acttwo"};
-    stored.stringSet2 = {"alpha"};
-    stored.intMap1 = {{"key", 7}, {"neg", -12}};
-    stored.intMap2 = {{"k1", 12}, {"k2", -5}};
-    stored.number3 = 250;
-    stored.number5 = 7;
-    stored.number6 = 4096;
-    stored.stringSet3 = {"set3"};
-    stored.stringSet4 = {"set4"};
-    stored.stringSet6 = {"set6"};
-    return stored;
-}
-
-TEST(CStrategyTest, DefaultsComeFromTheDeploymentProfile) {
-    CStrategy strategy;
-    EXPECT_EQ(strategy.GetCollectorHost(), deployment::kCollectorHost);
-    EXPECT_EQ(strategy.GetConfigHost(), deployment::kConfigHost);
-    EXPECT_EQ(strategy.GetCollectorPort(), deployment::kCollectorPort);
-    EXPECT_EQ(strategy.GetStrategyPort(), deployment::kStrategyPort);
-    EXPECT_EQ(strategy.GetConfigPort(), deployment::kConfigPort);
-    const Snapshot s = Take(strategy);
-    EXPECT_EQ(s.fallback, Strings(std::begin(deployment::kFallbackAddresses),
-                                  std::end(deployment::kFallbackAddresses)));
-    EXPECT_EQ(s.postFallback.size(), 8u);
-    EXPECT_EQ(s.spareFallback, Strings(std::begin(deployment::kSpareFallbackAddresses),
-                                       std::end(deployment::kSpareFallbackAddresses)));
-    EXPECT_TRUE(s.strategyFallback.empty() && s.configFallback.empty());
-    EXPECT_EQ(s.keepAliveLimit, 60000u);
-    StoredStrategyFields stored;
-    stored.specialActs = {"protoaudiolistener", "protoaudiospeaker", "protoaudiouserloss"};
-    stored.number3 = 200;
-    stored.number5 = 2;
-    stored.number6 = 3072;
-    EXPECT_TRUE(s.stored == stored);
+// What make_blobs.sh writes into "good" (an empty spare entry and set-3 entry count, not kept).
+Snapshot GoodSnapshot(uint32_t keepAliveLimit) {
+    // clang-format off
+    const StoredStrategyFields stored{{"actone", "acttwo"}, {"alpha"}, {{"key", 7}, {"neg", -12}},
+        {{"k1", 12}, {"k2", -5}}, 250, 7, 4096, {"set3"}, {"set4"}, {}, {"set6"}};
+    // clang-format on
+    return {kGoodFallback, {"10.2.2.1", "10.2.2.2"}, {}, {}, {"10.3.3.1"}, keepAliveLimit, stored};
 }
 
 TEST_F(StrategyBlobTest, DecodeGivesWhatOpensslEncipheredAndRefusesBadOuterLayers) {
     const struct {
-        const char* name;
+        std::string name;
         bool ok;
     } cases[] = {{"good", true},      {"all_zero", true},      {"exact_blocks", true},
                  {"short", true},     {"zero_length", false},  {"hex_short", false},
                  {"hex_long", false}, {"length_letter", false}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, ok] : cases) {
         std::string plain = "stale";
-        EXPECT_EQ(CStrategy::DecodeStrategyBlob(ReadData(std::string(c.name) + ".blob"), plain),
-                  c.ok);
-        EXPECT_EQ(plain, c.ok ? ReadData(std::string(c.name) + ".plain") : "");
+        EXPECT_EQ(CStrategy::DecodeStrategyBlob(ReadStrategyData(name + ".blob"), plain), ok)
+            << name;
+        EXPECT_EQ(plain, ok ? ReadStrategyData(name + ".plain") : "") << name;
     }
 }
 
-TEST_F(StrategyBlobTest, GoodBlobReplacesListsStoredFieldsAndLimit) {
-    Harness h;
-    h.AnswerBlob("good");
-    const Snapshot s = Take(h.strategy);
-    EXPECT_EQ(s.fallback, kGoodFallback);
-    EXPECT_EQ(s.postFallback, Strings({"10.2.2.1", "10.2.2.2"}));
-    EXPECT_EQ(s.spareFallback, Strings{"10.3.3.1"});  // its empty entry counted, not kept
-    EXPECT_TRUE(s.strategyFallback.empty() && s.configFallback.empty());
-    EXPECT_EQ(s.keepAliveLimit, 30000u);
-    EXPECT_TRUE(s.stored == GoodStored());
-    EXPECT_EQ(h.sink.limits, std::vector<uint32_t>{30000});
-    EXPECT_TRUE(h.stopOldSdk.load());
-}
-
-TEST_F(StrategyBlobTest, SwitchFieldAloneMayFail) {
+// Fields 1-28 apply as a whole; field 29, the switch, may fail alone and then stays as it was.
+TEST_F(StrategyBlobTest, AppliedBlobsReplaceEverythingAndSetTheSwitchOnlyWhenItReads) {
     const struct {
         const char* name;
         bool before, after;
-        uint32_t keepAliveLimit;
+        Snapshot expected;
     } cases[] = {
-        {"good", false, true, 30000},         {"switch_zero", true, false, 30000},
-        {"no_switch", false, false, 31000},   {"no_switch", true, true, 31000},
-        {"switch_plus", false, false, 32000}, {"switch_plus", true, true, 32000},
+        {"good", false, true, GoodSnapshot(30000)},
+        {"switch_zero", true, false, GoodSnapshot(30000)},
+        {"no_switch", false, false, GoodSnapshot(31000)},
+        {"no_switch", true, true, GoodSnapshot(31000)},
+        {"switch_plus", false, false, GoodSnapshot(32000)},
+        {"switch_plus", true, true, GoodSnapshot(32000)},
+        {"all_zero", true, false, Snapshot{{}, {}, {}, {}, {}, 0, {}}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.name) + (c.before ? " on" : " off"));
         Harness h;
-        h.stopOldSdk.store(c.before);
+        h.stopOldSdk = c.before;
         h.AnswerBlob(c.name);
         EXPECT_EQ(h.stopOldSdk.load(), c.after);
-        const Snapshot s = Take(h.strategy);
-        EXPECT_EQ(s.fallback, kGoodFallback);
-        EXPECT_EQ(s.keepAliveLimit, c.keepAliveLimit);
-        EXPECT_TRUE(s.stored == GoodStored());
+        EXPECT_TRUE(Take(h.strategy) == c.expected);
+        EXPECT_EQ(h.pushed, std::vector<uint32_t>{std::get<5>(c.expected)});
     }
 }
 
+// Every refused blob ends with switch 1, so that a blob applied in part would show.
 TEST_F(StrategyBlobTest, RefusedBlobsChangeNothing) {
     for (const char* name :
          {"zero_length", "hex_short", "hex_long", "length_letter", "entry16", "number_letter",
           "number_blank", "count_letter", "map_blank", "short"}) {
-        for (bool fromDefaults : {true, false}) {
-            SCOPED_TRACE(std::string(name) + (fromDefaults ? " from defaults" : " from a blob"));
-            Harness h;
-            if (!fromDefaults) {
-                h.AnswerBlob("switch_zero");
-                ASSERT_EQ(h.strategy.GetKeepAliveLimit(), 30000u);
-            }
+        Harness h;
+        for (const char* state : {"from defaults", "from a blob"}) {
+            SCOPED_TRACE(std::string(name) + " " + state);
             const Snapshot before = Take(h.strategy);
-            const size_t pushes = h.sink.limits.size();
-            h.AnswerBlob(name);  // each ends with switch 1
+            const size_t pushes = h.pushed.size();
+            h.AnswerBlob(name);
             EXPECT_TRUE(Take(h.strategy) == before);
-            EXPECT_EQ(h.sink.limits.size(), pushes);
-            EXPECT_FALSE(h.stopOldSdk.load());
+            EXPECT_EQ(h.pushed.size(), pushes);
+            EXPECT_FALSE(h.stopOldSdk);
+            h.AnswerBlob("switch_zero");
         }
     }
 }
 
-TEST_F(StrategyBlobTest, AllCountsZeroEmptyEveryListAndSet) {
+// A failed, empty or repeated reply changes nothing; a new blob with the same limit pushes none.
+TEST_F(StrategyBlobTest, OnlyANewSuccessfulReplyIsParsed) {
     Harness h;
-    h.AnswerBlob("all_zero");
-    const Snapshot s = Take(h.strategy);
-    EXPECT_TRUE(s.fallback.empty() && s.postFallback.empty() && s.spareFallback.empty());
-    EXPECT_EQ(s.keepAliveLimit, 0u);
-    EXPECT_TRUE(s.stored == StoredStrategyFields());
-    EXPECT_EQ(h.sink.limits, std::vector<uint32_t>{0});
-}
+    StrategyRouting routing = DefaultRouting();
+    routing.hosts.strategyHost = "127.0.0.5";
+    routing.hosts.strategyPort = 12345;
+    h.strategy.SetRoutingForTesting(routing);
+    const Snapshot defaults = Take(h.strategy);
+    h.Answer(ReadStrategyData("good.blob"), false);
+    h.Answer("");
+    EXPECT_TRUE(Take(h.strategy) == defaults);
+    EXPECT_FALSE(h.stopOldSdk);
+    EXPECT_EQ(h.requests, Strings(2, "127.0.0.5:12345/zhsdkinfo.php?ver=1"));
 
-TEST_F(StrategyBlobTest, SameReplyIsParsedOnceAndAnUnchangedLimitIsNotPushed) {
-    Harness h;
     h.AnswerBlob("good");
-    h.AnswerBlob("switch_zero");  // same keep-alive as "good"
-    EXPECT_EQ(h.sink.limits, std::vector<uint32_t>{30000});
-    EXPECT_FALSE(h.stopOldSdk.load());
-
-    h.stopOldSdk.store(true);
+    h.AnswerBlob("switch_zero");
+    EXPECT_EQ(h.pushed, std::vector<uint32_t>{30000});
+    EXPECT_FALSE(h.stopOldSdk);
+    h.stopOldSdk = true;
     ASSERT_TRUE(h.strategy.SetKeepAliveLimit(99));
     h.AnswerBlob("switch_zero");
     EXPECT_EQ(h.strategy.GetKeepAliveLimit(), 99000u);
-    EXPECT_TRUE(h.stopOldSdk.load());
+    EXPECT_TRUE(h.stopOldSdk);
 }
 
-TEST_F(StrategyBlobTest, FailedOrEmptyFetchKeepsTheDefaults) {
-    Harness h;
-    const Snapshot defaults = Take(h.strategy);
-    h.strategy.StartFetch(&h.stopOldSdk);  // no fetch function installed
-    h.strategy.Join();
-    const std::string good = ReadData("good.blob");
-    h.strategy.SetFetchFunction(
-        [&good](const std::string&, uint16_t, const std::string&, std::string& out) {
-            out = good;  // a body that came with a failure is not used
-            return false;
-        });
-    h.strategy.StartFetch(&h.stopOldSdk);
-    h.strategy.Join();
-    h.Answer("");
-    EXPECT_TRUE(Take(h.strategy) == defaults);
-    EXPECT_TRUE(h.sink.limits.empty());
-    EXPECT_FALSE(h.stopOldSdk.load());
-}
-
-TEST(CStrategyTest, FetchAsksTheStrategyHostOnItsPort) {
+// A StartFetch while a fetch runs does nothing: the running fetch sets the switch it was given.
+TEST_F(StrategyBlobTest, StartFetchWhileAFetchRunsDoesNothing) {
     CStrategy strategy;
-    StrategyRouting routing = DefaultRouting();
-    routing.strategyHost = "127.0.0.5";
-    routing.strategyPort = 12345;
-    routing.fallbackAddresses = {"127.0.0.7"};
-    strategy.SetRoutingForTesting(routing);
-    std::string address;
-    strategy.GetFallbackList().PickRandom(address);
-    EXPECT_EQ(address, "127.0.0.7");
-
-    Strings requests;
+    CEvent entered, release;
+    const std::string good = ReadStrategyData("good.blob");
     strategy.SetFetchFunction(
-        [&requests](const std::string& host, uint16_t port, const std::string& path, std::string&) {
-            requests.push_back(host + ":" + std::to_string(port) + path);
-            return false;
+        [&](const std::string&, uint16_t, const std::string&, std::string& out) {
+            entered.Set();
+            release.Wait(kInfinite);
+            out = good;
+            return true;
         });
-    strategy.StartFetch(nullptr);
-    strategy.Join();
-    EXPECT_EQ(requests, Strings{"127.0.0.5:12345/zhsdkinfo.php?ver=1"});
-}
-
-TEST(CStrategyTest, StartFetchWhileAFetchRunsDoesNothing) {
-    CStrategy strategy;
-    CEvent entered;
-    CEvent release;
-    std::atomic<int> fetches{0};
-    strategy.SetFetchFunction([&](const std::string&, uint16_t, const std::string&, std::string&) {
-        fetches.fetch_add(1);
-        entered.Set();
-        release.Wait(kInfinite);
-        return false;
-    });
-    strategy.StartFetch(nullptr);
-    ASSERT_TRUE(entered.Wait(5000));
-    strategy.StartFetch(nullptr);
+    std::atomic<bool> first{false}, second{false};
+    strategy.StartFetch(&first);
+    const bool running = entered.Wait(5000);
+    strategy.StartFetch(&second);
     release.Set();
     strategy.Join();
-    EXPECT_EQ(fetches.load(), 1);
-    release.Set();
-    strategy.StartFetch(nullptr);  // the first has ended: fetches again
-    strategy.Join();
-    EXPECT_EQ(fetches.load(), 2);
+    ASSERT_TRUE(running);
+    EXPECT_TRUE(first);
+    EXPECT_FALSE(second);
 }
 
 TEST(CStrategyTest, KeepAliveLimitConvertsSecondsAndPushesOnlyChanges) {
     Harness h;
-    const struct {
-        uint64_t seconds;
-        bool changed;
-        uint32_t milliseconds;
-    } steps[] = {
-        {60, false, 60000},  // the default already
-        {1, true, 1000},
-        {1, false, 1000},
-        {4294967, true, 4294967000u},
-        {4294968, true, 4294967295u},
-        {99999999999ull, false, 4294967295u},  // caps to the same value
-    };
     std::vector<uint32_t> pushed;
-    for (const auto& step : steps) {
-        SCOPED_TRACE(step.seconds);
-        EXPECT_EQ(h.strategy.SetKeepAliveLimit(step.seconds), step.changed);
-        EXPECT_EQ(h.strategy.GetKeepAliveLimit(), step.milliseconds);
-        if (step.changed) {
-            pushed.push_back(step.milliseconds);
+    // 60 s is the default already; from 4294968 s on the limit is capped, so more is no change.
+    using Step = std::tuple<uint64_t, bool, uint32_t>;
+    // clang-format off
+    for (const auto& [seconds, changed, milliseconds] : std::vector<Step>{
+             {60, false, 60000}, {1, true, 1000}, {1, false, 1000}, {4294967, true, 4294967000u},
+             {4294968, true, 4294967295u}, {99999999999ull, false, 4294967295u}}) {
+        // clang-format on
+        EXPECT_EQ(h.strategy.SetKeepAliveLimit(seconds), changed) << seconds;
+        EXPECT_EQ(h.strategy.GetKeepAliveLimit(), milliseconds) << seconds;
+        if (changed) {
+            pushed.push_back(milliseconds);
         }
-        EXPECT_EQ(h.sink.limits, pushed);
+        EXPECT_EQ(h.pushed, pushed) << seconds;
     }
 }
 
-TEST_F(StrategyBlobTest, ReadersSeeWholeListsWhileBlobsAreApplied) {
-    Harness h;
-    Strings known = h.strategy.GetFallbackList().Copy();
-    known.insert(known.end(), kGoodFallback.begin(), kGoodFallback.end());
-    known.push_back("");  // the all-zero blob empties the list
-    std::atomic<bool> stop{false};
-    std::atomic<int> foreign{0};
-    std::thread reader([&] {
-        while (!stop.load()) {
-            std::string address;
-            h.strategy.GetFallbackList().PickRandom(address);
-            const uint32_t limit = h.strategy.GetKeepAliveLimit();
-            if (std::find(known.begin(), known.end(), address) == known.end() ||
-                (limit != 60000 && limit != 30000 && limit != 0)) {
-                foreign.fetch_add(1);
-            }
-        }
-    });
-    for (int i = 0; i < 40; ++i) {
-        h.AnswerBlob(i % 2 == 0 ? "good" : "all_zero");
+// A pick is the tick count modulo the size; an empty list gives an empty text.
+TEST(CAddressListTest, PickIsTheTickCountModuloTheSize) {
+    struct TickEnv : port::EnvWrapper {
+        uint32_t GetTickCount() override { return tick; }
+        uint32_t tick = 0;
+    } env;
+    port::Env::Install(&env);
+    CAddressList list;
+    std::string address = "stale";
+    list.PickRandom(address);
+    EXPECT_EQ(address, "");
+    list.Assign({"a", "b", "c"});
+    for (const auto& [tick, expected] :
+         std::vector<std::pair<uint32_t, std::string>>{{0, "a"}, {5, "c"}, {4294967295u, "a"}}) {
+        env.tick = tick;
+        list.PickRandom(address);
+        EXPECT_EQ(address, expected) << tick;
     }
-    stop.store(true);
-    reader.join();
-    EXPECT_EQ(foreign.load(), 0);
+    port::Env::Install(nullptr);
+}
+
+// One read from the start of `text`: 'u'nsigned, 's'igned or 't'ext. `value` is the decimal text
+// of a number or the string read, null for a failed read, which leaves the cursor at 0.
+TEST(StrategyFieldReaderTest, ReadsOneField) {
+    const struct {
+        char kind;
+        std::string text;
+        size_t width;
+        const char* value;
+    } cases[] = {
+        // clang-format off
+        // No sign in a one-byte field; at the end even width 0 fails; a later blank ends a number.
+        {'u', "+0030", 5, "30"}, {'u', "0712", 2, "7"}, {'u', "+", 1, nullptr},
+        {'u', "1+2", 3, nullptr}, {'u', "-1", 2, nullptr}, {'u', "1 ", 2, nullptr},
+        {'u', "123", 4, nullptr}, {'u', "5", 0, "0"}, {'u', "", 0, nullptr},
+        {'s', "-12", 3, "-12"}, {'s', "12 ", 3, "12"}, {'s', "1 2", 3, "1"},
+        {'s', " 12", 3, nullptr}, {'s', "1x2", 3, nullptr},
+        {'t', "abc", 2, "ab"}, {'t', "ab", 3, nullptr}, {'t', "a", 0, ""}, {'t', "", 0, nullptr},
+        // clang-format on
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE("\"" + c.text + "\" width " + std::to_string(c.width));
+        StrategyFieldReader reader(c.text);
+        uint64_t unsignedValue = 99;
+        int64_t signedValue = 99;
+        std::string value;
+        const bool ok = c.kind == 'u'   ? reader.ReadUnsigned(c.width, unsignedValue)
+                        : c.kind == 's' ? reader.ReadSigned(c.width, signedValue)
+                                        : reader.ReadString(c.width, value);
+        if (c.kind != 't') {
+            value = c.kind == 'u' ? std::to_string(unsignedValue) : std::to_string(signedValue);
+        }
+        EXPECT_EQ(ok, c.value != nullptr);
+        EXPECT_EQ(ok ? value : "", c.value != nullptr ? c.value : "");
+        EXPECT_EQ(reader.Cursor(), ok ? c.width : 0u);
+    }
 }
 
 }  // namespace

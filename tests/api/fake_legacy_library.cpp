@@ -1,7 +1,6 @@
 #include "tests/api/fake_legacy_library.h"
 
 #include <mutex>
-#include <sstream>
 #include <type_traits>
 
 #include "api/legacy_library.h"
@@ -14,57 +13,37 @@ std::vector<std::string> log;
 
 using namespace qzdata_report;
 
-std::string Text(const std::string& v) {
-    return "'" + v + "'";
-}
-std::string Text(const std::wstring& v) {
-    return "L" + Text(std::string(v.begin(), v.end()));
-}
-std::string Text(const char* v) {
-    return v == nullptr ? "null" : Text(std::string(v));
-}
-std::string Text(const wchar_t* v) {
-    return v == nullptr ? "null" : Text(std::wstring(v));
-}
-std::string Text(const void* v) {
-    return v == nullptr ? "nullptr" : "pointer";
-}
-std::string Text(ReportCallback v) {
-    return v == nullptr ? "no callback" : "callback";
-}
-std::string Text(DataReportPriority v) {
-    return "priority " + std::to_string(int(v));
-}
-std::string Text(const SessionInfo& v) {
-    return "session " + Text(v.channel);
-}
-std::string Text(const std::vector<ReportRecord>& v) {
-    return std::to_string(v.size()) + " records";
-}
-std::string Text(const std::vector<EidDescPair>& v) {
-    return std::to_string(v.size()) + " pairs";
-}
-std::string Text(const EidDescPtrPair* list) {
-    size_t count = 0;
-    for (; list != nullptr && list->eid != nullptr; ++list) {
-        ++count;
+// How an argument shows in the log: as it would be written in C++ where it can, lists by their
+// length, pointers and callbacks by whether they are set.
+struct Show {
+    static std::string Of(const std::string& v) { return '"' + v + '"'; }
+    static std::string Of(const std::wstring& v) {
+        return "L" + Of(std::string(v.begin(), v.end()));
     }
-    return std::to_string(count) + " pairs";
-}
-template <class T, class = std::enable_if_t<std::is_integral<T>::value>>
-std::string Text(T v) {
-    return std::is_same<T, bool>::value ? (v ? "true" : "false") : std::to_string(v);
-}
+    static std::string Of(const char* v) { return v == nullptr ? "nullptr" : Of(std::string(v)); }
+    static std::string Of(const void* v) { return v == nullptr ? "nullptr" : "set"; }
+    static std::string Of(ReportCallback v) { return v == nullptr ? "nullptr" : "set"; }
+    static std::string Of(bool v) { return v ? "true" : "false"; }
+    template <class T, class = std::enable_if_t<std::is_integral_v<T> || std::is_enum_v<T>>>
+    static std::string Of(T v) {
+        return std::to_string(static_cast<long long>(v));
+    }
+    static std::string Of(const SessionInfo& v) { return Of(v.channel); }
+    template <class T>
+    static std::string Of(const std::vector<T>& v) {
+        return std::to_string(v.size()) + " items";
+    }
+    static size_t Length(const EidDescPtrPair* v) {
+        return v == nullptr || v->eid == nullptr ? 0 : 1 + Length(v + 1);
+    }
+    static std::string Of(const EidDescPtrPair* v) { return std::to_string(Length(v)) + " items"; }
+};
 
 template <class... Args>
 void Record(const char* name, const Args&... args) {
-    std::ostringstream out;
-    const char* separator = "";
-    out << name << "(";
-    ((out << separator << Text(args), separator = ", "), ...);
-    (void)separator;
-    out << ")";
-    Note(out.str());
+    std::string list;
+    ((list += ", " + Show::Of(args)), ...);
+    Note(name + ("(" + list.substr(list.empty() ? 0 : 2)) + ")");
 }
 
 }  // namespace
@@ -100,19 +79,20 @@ using W = const std::wstring&;
 using C = const char*;
 using WC = const wchar_t*;
 using R = const std::vector<ReportRecord>&;
+using P = DataReportPriority;
 
-FAKE(bool, Init, (W a, S b, S c, unsigned int d, WindowHandle e, W f, unsigned long g, bool h), a,
-     b, c, d, e, f, g, h)
+FAKE(bool, Init, (W a, S b, S c, unsigned d, WindowHandle e, W f, unsigned long g, bool h), a, b, c,
+     d, e, f, g, h)
 FAKE(void, Run, ())
-FAKE(void, Exit, (bool flush), flush)
+FAKE(void, Exit, (bool a), a)
 FAKE(void, Flush, ())
-FAKE(bool, FlushWithPriority, (DataReportPriority priority), priority)
-FAKE(void, SetSilent, (bool silent), silent)
-FAKE(void, SetOutputDebugString, (bool enabled), enabled)
-FAKE(void, SetDefaultPostPriority, (DataReportPriority priority), priority)
-FAKE(void, SetDefaultUrl, (W url), url)
-FAKE(bool, SetMachineId, (S id), id)
-FAKE(bool, PostSessionInfo, (const SessionInfo& info), info)
+FAKE(bool, FlushWithPriority, (P a), a)
+FAKE(void, SetSilent, (bool a), a)
+FAKE(void, SetOutputDebugString, (bool a), a)
+FAKE(void, SetDefaultPostPriority, (P a), a)
+FAKE(void, SetDefaultUrl, (W a), a)
+FAKE(bool, SetMachineId, (S a), a)
+FAKE(bool, PostSessionInfo, (const SessionInfo& a), a)
 FAKE(bool, PostCustomEvent, (S a, S b, S c, int d, bool e), a, b, c, d, e)
 FAKE(bool, SendCustomEvent, (S a, S b, S c, int d, bool e), a, b, c, d, e)
 FAKE(bool, SendErrorEvent, (C a, C b, C c), a, b, c)
@@ -128,13 +108,12 @@ FAKE(bool, SendSimpleEvent, (C a, C b, C c, C d, int e), a, b, c, d, e)
 FAKE(bool, PostUrlWithDur, (C a, C b, C c, int d, C e), a, b, c, d, e)
 FAKE(bool, SendUrlWithDur, (C a, C b, C c, int d, C e), a, b, c, d, e)
 FAKE(bool, PostOpenUrlEvent, (WC a), a)
-FAKE(bool, PostOpenUrlEvent, (C a, unsigned int b), a, b)
+FAKE(bool, PostOpenUrlEvent, (C a, unsigned b), a, b)
 FAKE(bool, SendOpenUrlEvent, (WC a), a)
-FAKE(bool, SendOpenUrlEvent, (C a, unsigned int b), a, b)
+FAKE(bool, SendOpenUrlEvent, (C a, unsigned b), a, b)
 FAKE(bool, PostReportUrlEvent, (WC a, C b), a, b)
-FAKE(bool, PostReportUrlEvent, (C a, C b, unsigned int c), a, b, c)
-FAKE(bool, PostWithPriority, (W a, DataReportPriority b, R c, ReportCallback d, void* e), a, b, c,
-     d, e)
+FAKE(bool, PostReportUrlEvent, (C a, C b, unsigned c), a, b, c)
+FAKE(bool, PostWithPriority, (W a, P b, R c, ReportCallback d, void* e), a, b, c, d, e)
 FAKE(bool, PostImmediately, (W a, R b, ReportCallback c, void* d), a, b, c, d)
 FAKE(bool, AddEidDescList, (const std::vector<EidDescPair>& a), a)
 FAKE(bool, AddEidDescList, (const EidDescPtrPair* a), a)

@@ -1,237 +1,280 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <memory>
+#include <mutex>
 #include <regex>
 #include <string>
-#include <thread>
+#include <tuple>
 #include <vector>
 
-#include "report/report_fixture.h"
+#include "port/debug_output.h"
+#include "report/event_ids.h"
+#include "report/report_object.h"
 #include "support/wait.h"
 
 namespace qzdata_report_kelvo {
 namespace {
 
-struct InitCase {
-    std::wstring url;
-    std::string dty;
-    std::string pro;
-    uint32_t interval;
+// Reaches the session records, which no public call fills.
+struct SessionProbe : ReportObject {
+    using ReportObject::sessionRecords;
 };
 
-TEST_F(ReportObjectTest, InitRefusesMissingTextsAndShortIntervals) {
-    for (const InitCase& c : std::vector<InitCase>{{L"", "D", "P", 5000},
-                                                   {L"u", "", "P", 5000},
-                                                   {L"u", "D", "", 5000},
-                                                   {L"u", "D", "P", 4999}}) {
-        SCOPED_TRACE(c.interval);
-        EXPECT_FALSE(object->Init(c.url, c.dty, c.pro, c.interval, nullptr, L"", 7, false));
-        EXPECT_EQ(0u, object->HeartbeatTimerForTesting());
-        EXPECT_EQ(0u, object->PumpTimerForTesting());
-        EXPECT_EQ(kNotInitialised, object->GetObjectState());
-        EXPECT_EQ("", object->GetSessionId());
+// Never applies its session, as when the machine id never comes.
+struct NeverApplied : SessionProbe {
+    void RefreshSessionInfo() override {}
+};
+
+bool InitObject(ReportObject& object, uint32_t eventMask = 7, bool trace = false) {
+    return object.Init(L"http://collector.test/", "D", "P", 5000, nullptr, L"", eventMask, trace);
+}
+
+// Until a test runs the object, its posts wait in the worker's queue.
+std::vector<ReportPost> Queued(ReportObject& object) {
+    return object.GetReportThread().QueuedPosts();
+}
+
+// The record without the four fields every event starts with (the trace test checks them),
+// and with "ati" blanked.
+ReportRecord Own(ReportRecord r) {
+    for (const char* key : {"act", "dty", "pro", "session_id"}) {
+        r.erase(key);
     }
-    EXPECT_TRUE(object->Init(L"u", "D", "P", 5000, nullptr, L"", 7, false));
-    EXPECT_EQ(kInitialised, object->GetObjectState());
-    EXPECT_NE(0u, object->HeartbeatTimerForTesting());
-    EXPECT_NE(0u, object->PumpTimerForTesting());
-    EXPECT_EQ(L"u", object->GetDefaultUrl());
-    const std::string id = object->GetSessionId();
-    EXPECT_TRUE(std::regex_match(
-        id, std::regex("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}")))
-        << id;
-    EXPECT_NE(id, object->CreateSessionId());
+    if (r.count("ati") != 0) {
+        r["ati"] = "";
+    }
+    return r;
 }
 
-TEST_F(ReportObjectTest, FailedPumpTimerLeavesTheHeartbeatTimerSet) {
-    object->GetTimers().FailSetTimerAfterForTesting(1);
-    EXPECT_FALSE(InitObject());
-    EXPECT_NE(0u, object->HeartbeatTimerForTesting());
-    EXPECT_EQ(0u, object->PumpTimerForTesting());
-    EXPECT_EQ(kNotInitialised, object->GetObjectState());
-}
-
-TEST_F(ReportObjectTest, ReportsBeforeInitAreRefused) {
-    EXPECT_FALSE(object->SendCustomEvent("e", "", "", -1, false));
-    EXPECT_FALSE(object->PostImmediately(L"u", {{{"k", "v"}}}, nullptr, nullptr));
-    object->Run();
-    EXPECT_EQ(kNotInitialised, object->GetObjectState());
-    object->Exit(true, 0);
-    EXPECT_EQ(kNotInitialised, object->GetObjectState());
-    EXPECT_TRUE(Queued().empty());
+// A refused Init leaves the object uninitialised: it takes no report, and Run and Exit do
+// nothing. A failed pump timer leaves the heartbeat timer set.
+TEST(ReportObjectTest, InitRefusesBadArgumentsAndFailedTimers) {
+    // url, dty, pro, heartbeat interval, timers that can be set (-1: all)
+    const std::vector<std::tuple<std::wstring, std::string, std::string, uint32_t, int>> cases = {
+        {L"", "D", "P", 5000, -1},  {L"u", "", "P", 5000, -1}, {L"u", "D", "", 5000, -1},
+        {L"u", "D", "P", 4999, -1}, {L"u", "D", "P", 5000, 0}, {L"u", "D", "P", 5000, 1}};
+    for (const auto& [url, dty, pro, interval, timers] : cases) {
+        SCOPED_TRACE(interval + timers);
+        ReportObject object;
+        object.GetTimers().FailSetTimerAfterForTesting(timers);
+        EXPECT_FALSE(object.Init(url, dty, pro, interval, nullptr, L"", 7, false));
+        object.SetDefaultUrl(L"u");
+        EXPECT_FALSE(object.SendCustomEvent("e", "", "", -1, false));
+        EXPECT_FALSE(object.PostImmediately(L"u", {{{"k", "v"}}}, nullptr, nullptr));
+        object.Run();
+        object.Exit(true, 0);
+        EXPECT_EQ(timers == 1, object.GetHeartbeatTimer() != 0);
+        EXPECT_EQ(kNotInitialised, object.GetObjectState());
+    }
+    ReportObject object;
+    EXPECT_TRUE(object.Init(L"u", "D", "P", 5000, nullptr, L"", 7, false));
+    EXPECT_TRUE(object.GetHeartbeatTimer() != 0 && object.GetPumpTimer() != 0);
+    // A random version 4 UUID with dashes (its shape is the text codec's).
+    EXPECT_TRUE(std::regex_match(object.GetSessionId(), std::regex("[-0-9a-f]{36}")));
 }
 
 void NoteResponse(ReportResponed&) {}
 
-struct BatchCase {
-    const char* name;
-    std::vector<ReportRecord> records;
-    std::wstring url;
-    std::vector<size_t> postSizes;  // none: refused
-};
-
-TEST_F(ReportObjectTest, PostImmediatelyCutsBatchesIntoRunsOfTwenty) {
-    ASSERT_TRUE(InitObject());
+// Posts go to the queue at once, whatever their priority, in runs of 20 records. The buckets,
+// which only the test fills, are handed over the same way with their own fields once the
+// object is initialised.
+TEST(ReportObjectTest, PostsAndBucketsAreQueuedInRunsOfTwenty) {
+    ReportObject object;
     int context = 0;
-    std::vector<ReportRecord> oneAmongEmpty(21);
-    oneAmongEmpty[7] = {{"k", "v"}};
-    const std::vector<BatchCase> cases = {
-        {"forty-five", std::vector<ReportRecord>(45, {{"k", "v"}}), L"http://own/", {20, 20, 5}},
-        {"exactly twenty", std::vector<ReportRecord>(20, {{"k", "v"}}), L"u", {20}},
-        {"all maps empty", std::vector<ReportRecord>(3), L"u", {}},
-        {"no records", {}, L"u", {}},
-        {"one map among empty ones sends all", oneAmongEmpty, L"u", {20, 1}},
-        {"empty url", {{{"k", "v"}}}, L"", {}},
-    };
-    size_t seen = 0;
-    for (const BatchCase& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(!c.postSizes.empty(),
-                  object->PostImmediately(c.url, c.records, &NoteResponse, &context));
-        const std::vector<ReportPost> posts = Queued();
-        ASSERT_EQ(seen + c.postSizes.size(), posts.size());
-        for (size_t i = 0; i < c.postSizes.size(); ++i) {
-            const ReportPost& post = posts[seen + i];
-            EXPECT_EQ(c.postSizes[i], post.records.size());
-            EXPECT_EQ(c.url, post.url);
-            EXPECT_TRUE(post.flag);
-            EXPECT_EQ(&NoteResponse, post.callback);
-            EXPECT_EQ(&context, post.context);
-        }
-        seen = posts.size();
-    }
-}
-
-TEST_F(ReportObjectTest, PriorityNeverChangesTheFateOfAPost) {
-    ASSERT_TRUE(InitObject());
-    for (int priority : {0, 5, 99}) {
-        EXPECT_TRUE(object->PostWithPriority(L"u", static_cast<DataReportPriority>(priority),
-                                             {{{"p", "v"}}}, nullptr, nullptr));
-    }
-    const std::vector<ReportPost> posts = Queued();
-    ASSERT_EQ(3u, posts.size());
-    for (const ReportPost& post : posts) {
-        EXPECT_TRUE(post.flag);
-    }
-    for (size_t bucket = 0; bucket < 6; ++bucket) {
-        EXPECT_EQ(0u, object->BucketSizeForTesting(bucket));
-    }
-}
-
-TEST_F(ReportObjectTest, FlushHandsBucketsOverInRunsOfTwentyWithTheirOwnFields) {
-    int context = 0;
-    ReportObject::BucketPost held;
-    held.url = L"held";
+    ReportObject::BucketPost held{L"held", {}, false, &NoteResponse, &context};
     held.records.assign(25, ReportRecord{{"k", "v"}});
-    held.flag = false;
-    held.callback = &NoteResponse;
-    held.context = &context;
-    object->AddBucketPostForTesting(3, held);
+    object.AddBucketPostForTesting(3, held);
+    EXPECT_TRUE(object.SetMaxPriority(kPriorityLow));
+    EXPECT_FALSE(object.SetMaxPriority(static_cast<DataReportPriority>(6)));
+    EXPECT_FALSE(object.FlushWithPriority(static_cast<DataReportPriority>(6)));
+    EXPECT_TRUE(object.FlushWithPriority(kPriorityNormal));
 
-    // Before Init nothing can be handed over, and the bucket keeps its post.
-    EXPECT_TRUE(object->FlushWithPriority(kPriorityNormal));
-    EXPECT_FALSE(object->FlushWithPriority(static_cast<DataReportPriority>(6)));
-    EXPECT_EQ(1u, object->BucketSizeForTesting(3));
-
-    ASSERT_TRUE(InitObject());
-    object->Flush();
-    EXPECT_EQ(0u, object->BucketSizeForTesting(3));
-    const std::vector<ReportPost> posts = Queued();
-    ASSERT_EQ(2u, posts.size());
-    EXPECT_EQ(20u, posts[0].records.size());
-    EXPECT_EQ(5u, posts[1].records.size());
-    for (const ReportPost& post : posts) {
-        EXPECT_EQ(L"held", post.url);
-        EXPECT_FALSE(post.flag);
-        EXPECT_EQ(&NoteResponse, post.callback);
-        EXPECT_EQ(&context, post.context);
-    }
-    object->Flush();
-    EXPECT_EQ(2u, Queued().size());
-}
-
-TEST_F(ReportObjectTest, SilentAcceptsAndDropsEveryReport) {
-    ASSERT_TRUE(InitObject());
-    object->SetSilent(true);
-    EXPECT_TRUE(object->IsSilent());
-    EXPECT_TRUE(object->SendCustomEvent("e", "", "", -1, true));
-    EXPECT_TRUE(object->PostImmediately(L"u", {{{"k", "v"}}}, nullptr, nullptr));
-    object->Run();
-    object->Exit(true, 5000);
-    EXPECT_TRUE(Queued().empty());
-    EXPECT_TRUE(BuiltQueries().empty());
-}
-
-TEST_F(ReportObjectTest, ExitOfANeverRunObjectSendsStartupHeartbeatAndEndupInOrder) {
-    ASSERT_TRUE(InitObject());
-    EXPECT_TRUE(object->SendCustomEvent("queued", "", "", -1, false));
-    object->Exit(true, 5000);
-    EXPECT_EQ(0u, object->HeartbeatTimerForTesting());
-    EXPECT_EQ(0u, object->PumpTimerForTesting());
-    EXPECT_TRUE(object->GetReportThread().HasEndedForTesting());
-    EXPECT_EQ((std::vector<std::string>{"queued", "startup", "heartbeat", "endup"}), BuiltEids());
-
-    // After Exit reports are still accepted; nothing takes them any more.
-    EXPECT_TRUE(object->SendCustomEvent("late", "", "", -1, false));
-    EXPECT_EQ(1u, Queued().size());
-}
-
-TEST_F(ReportObjectTest, EventMaskSelectsTheLifecycleEvents) {
-    const std::vector<std::pair<uint32_t, std::vector<std::string>>> cases = {
-        {0, {}}, {4, {"heartbeat"}}, {1 | 2, {"startup", "endup"}}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.first);
-        Reset();
-        ASSERT_TRUE(InitObject(c.first));
-        object->Run();
-        object->Exit(false, 5000);
-        EXPECT_EQ(c.second, BuiltEids());
+    ASSERT_TRUE(InitObject(object));
+    // records, url, priority (-1: flush the buckets instead), sizes of the posts (none: refused)
+    const std::vector<std::tuple<std::vector<ReportRecord>, std::wstring, int, std::vector<size_t>>>
+        cases = {{std::vector<ReportRecord>(45, {{"k", "v"}}), L"http://own/", 0, {20, 20, 5}},
+                 {std::vector<ReportRecord>(20, {{"k", "v"}}), L"u", 99, {20}},
+                 {{{}, {{"k", "v"}}}, L"u", 5, {2}},
+                 {std::vector<ReportRecord>(3), L"u", 0, {}},
+                 {{}, L"u", 0, {}},
+                 {{{{"k", "v"}}}, L"", 0, {}},
+                 {{}, L"held", -1, {20, 5}}};
+    size_t seen = 0;
+    for (const auto& [records, url, priority, sizes] : cases) {
+        SCOPED_TRACE(seen);
+        if (priority < 0) {
+            object.Flush();
+            EXPECT_EQ(0u, object.BucketSizeForTesting(3));
+        } else {
+            EXPECT_EQ(!sizes.empty(),
+                      object.PostWithPriority(url, static_cast<DataReportPriority>(priority),
+                                              records, &NoteResponse, &context));
+        }
+        const std::vector<ReportPost> posts = Queued(object);
+        ASSERT_EQ(seen + sizes.size(), posts.size());
+        for (size_t i = 0; i < sizes.size(); ++i, ++seen) {
+            EXPECT_EQ(sizes[i], posts[seen].records.size());
+            EXPECT_EQ(url, posts[seen].url);
+            EXPECT_EQ(priority >= 0, posts[seen].flag);
+            EXPECT_EQ(&NoteResponse, posts[seen].callback);
+            EXPECT_EQ(&context, posts[seen].context);
+        }
     }
 }
 
-TEST_F(ReportObjectTest, LifecycleRecordsCarryTheSessionFields) {
-    ASSERT_TRUE(InitObject());
-    object->PostHeartBeatEvent();
-    object->PostEndUpEvent();
-    const std::vector<ReportRecord> records = QueuedRecords();
-    ASSERT_EQ(2u, records.size());
-    for (const ReportRecord& record : records) {
-        EXPECT_EQ("zhwebevent", record.at("act"));
-        EXPECT_EQ(object->GetSessionId(), record.at("session_id"));
-        EXPECT_EQ("D", record.at("dty"));
-        EXPECT_EQ("P", record.at("pro"));
-        EXPECT_TRUE(std::regex_match(record.at("ati"), std::regex("20[0-9]{12}")));
-        EXPECT_TRUE(std::regex_match(record.at("dur"), std::regex("-?[0-9]+")));
+// Exit of a never-run object runs it, sends the last heartbeat and then endup, kills the timers,
+// flushes the buckets and keeps session information that was never applied for the not-sent
+// file. Each bit of the
+// event mask lets one lifecycle event out; while silent every report is accepted and dropped.
+TEST(ReportObjectTest, ExitSendsHeartbeatThenEndupAndKeepsAnUnappliedSession) {
+    const std::vector<ReportRecord> session{{{"cha", "c"}}};
+    // event mask, session applied, silent, event ids built
+    const std::vector<std::tuple<uint32_t, bool, bool, std::vector<std::string>>> cases = {
+        {7, true, false, {"queued", "startup", "heartbeat", "endup", "bucket"}},
+        {2 | 4, false, false, {"queued", "heartbeat", "endup", "bucket"}},
+        {1 | 2, true, false, {"queued", "startup", "endup", "bucket"}},
+        {7, false, true, {}}};
+    for (const auto& [mask, applies, silent, eids] : cases) {
+        SCOPED_TRACE(mask + 10 * silent);
+        std::mutex mutex;
+        std::vector<std::string> built;  // the event ids of the built records
+        // After them: its worker reports into them.
+        std::unique_ptr<SessionProbe> object(applies ? new SessionProbe : new NeverApplied);
+        object->GetReportThread().SetRecordObserver([&](const BuiltRecord& record) {
+            std::smatch m;
+            std::regex_search(record.signedQuery, m, std::regex("(?:extra=|%26)eid%3D(\\w+)"));
+            std::lock_guard<std::mutex> guard(mutex);
+            built.push_back(m[1].str());
+        });
+        object->sessionRecords = session;
+        ASSERT_TRUE(InitObject(*object, mask));
+        object->SetSilent(silent);
+        EXPECT_TRUE(object->SendCustomEvent("queued", "", "", -1, false));
+        object->AddBucketPostForTesting(5, {L"u", {{{"eid", "bucket"}}}});
+        object->Exit(true, 5000);
+        EXPECT_EQ(0u, object->GetHeartbeatTimer() + object->GetPumpTimer());
+        EXPECT_FALSE(object->GetReportThread().IsRunning());
+        EXPECT_EQ(eids, built);
+        // Applied, the session and the machine id are the common fields of every record.
+        EXPECT_EQ((applies ? ReportRecord{{"cha", "c"}, {"mid", object->TryGetMachineId()}}
+                           : ReportRecord{}),
+                  object->GetReportThread().GetFormatter().GetCommonParams());
+        const std::vector<ReportPost> kept = object->NotSentPostsForTesting();
+        ASSERT_EQ(applies ? 0u : 1u, kept.size());
+        for (const ReportPost& post : kept) {
+            EXPECT_TRUE(post.url == L"http://collector.test/" && post.records == session &&
+                        post.flag);
+        }
+        // After Exit reports are still accepted; nothing takes them any more.
+        object->SetSilent(false);
+        EXPECT_TRUE(object->SendCustomEvent("late", "", "", -1, false));
+        EXPECT_EQ(1u, Queued(*object).size());
     }
-    EXPECT_EQ("heartbeat", records[0].at("eid"));
-    EXPECT_EQ("endup", records[1].at("eid"));
-    EXPECT_EQ(7u, records[0].size());
 }
 
-std::atomic<int> pumpedCalls{0};
-std::atomic<bool> pumpedOnOtherThread{false};
-std::thread::id testThread;
+std::atomic<int> pumped{0};
 
-void OnPumped(ReportResponed&) {
-    pumpedOnOtherThread = std::this_thread::get_id() != testThread;
-    ++pumpedCalls;
+TEST(ReportObjectTest, PumpTimerDeliversCompletionCallbacks) {
+    ReportObject object;
+    // First thing, the worker finishes a post that has a callback. Exit would deliver it too:
+    // the test waits for the pump first.
+    object.GetReportThread().AddStartupCall(
+        [](void* worker) {
+            auto* post = new ReportPost;
+            post->callback = [](ReportResponed&) { ++pumped; };
+            static_cast<ReportThreadImpl*>(worker)->FinishPost(post, 0);
+        },
+        &object.GetReportThread());
+    ASSERT_TRUE(InitObject(object));
+    object.Run();
+    EXPECT_TRUE(qz_test::WaitUntil([] { return pumped.load() == 1; }));
+    object.Exit(false, 5000);
+    EXPECT_EQ(1, pumped.load());
 }
 
-void FinishWithCallback(void* argument) {
-    auto* post = new ReportPost;
-    post->callback = &OnPumped;
-    static_cast<ReportObject*>(argument)->GetReportThread().FinishPost(post, 0);
+std::string X(size_t count) {
+    return std::string(count, 'x');
 }
 
-TEST_F(ReportObjectTest, PumpTimerDeliversCompletionCallbacksOnTheTimerThread) {
-    testThread = std::this_thread::get_id();
-    object->GetReportThread().AddStartupCall(&FinishWithCallback, object.get());
-    ASSERT_TRUE(InitObject());
-    object->Run();
-    EXPECT_TRUE(qz_test::WaitUntil([&] { return pumpedCalls.load() == 1; }));
-    EXPECT_TRUE(pumpedOnOtherThread.load());
-    object->Exit(false, 5000);
-    EXPECT_EQ(1, pumpedCalls.load());
+// Post and Send (and SendExt, which takes an empty id too) build the same fields, cut to their
+// byte limits.
+TEST(ReportObjectTest, CustomEventFieldsAndLimits) {
+    ReportObject object;
+    ASSERT_TRUE(InitObject(object));
+    const std::string e = "\xC3\xA9";  // two bytes: the cut ignores characters
+    // eid, desc, content, dur, ati, the fields besides the common ones
+    const std::vector<std::tuple<std::string, std::string, std::string, int, bool, ReportRecord>>
+        cases = {{X(100), "", "", -1, false, {{"eid", X(99)}}},
+                 {X(99), "", "", -1, false, {{"eid", X(99)}}},
+                 {"e", X(255), "", -1, false, {{"eid", "e"}, {"eid_desc", X(254)}}},
+                 {"e", "", X(500), -1, false, {{"eid", "e"}, {"content", X(499)}}},
+                 {"e", e + X(253), "", -1, false, {{"eid", "e"}, {"eid_desc", e + X(252)}}},
+                 {"e", "", "", 0, false, {{"eid", "e"}, {"dur", "0"}}},
+                 {"e", "", "", -5, false, {{"eid", "e"}}},
+                 {"e", "", "", -1, true, {{"eid", "e"}, {"ati", ""}}}};
+    for (const auto& [eid, desc, content, dur, ati, fields] : cases) {
+        SCOPED_TRACE(eid.size() + desc.size() + content.size() + dur);
+        EXPECT_TRUE(object.PostCustomEvent(eid, desc, content, dur, ati));
+        EXPECT_TRUE(object.SendCustomEvent(eid, desc, content, dur, ati));
+        const std::vector<ReportPost> posts = Queued(object);
+        ASSERT_LE(2u, posts.size());
+        EXPECT_EQ(fields, Own(posts[posts.size() - 2].records.at(0)));
+        EXPECT_EQ(fields, Own(posts.back().records.at(0)));
+        EXPECT_TRUE(posts.back().flag && posts.back().url == L"http://collector.test/");
+    }
+    EXPECT_FALSE(object.PostCustomEvent("", "d", "c", 1, true));
+    EXPECT_FALSE(object.SendCustomEvent("", "d", "c", 1, true));
+    EXPECT_TRUE(object.SendCustomEventExt("", "", "", -1, false, {}));
+    EXPECT_EQ((ReportRecord{{"eid", ""}}), Own(Queued(object).back().records.at(0)));
+    EXPECT_EQ(2 * cases.size() + 1, Queued(object).size());
+    object.SetDefaultUrl(L"");
+    EXPECT_FALSE(object.SendCustomEvent("e", "", "", -1, false));
+}
+
+// The trace line of each event names its operation and lists the whole record, known keys
+// first. Error events prefix the id with "error/" within its 99 bytes; any description switches
+// eid_desc on, and its value is the translated id.
+TEST(ReportObjectTest, TraceWritesEachEventRecord) {
+    ReportObject object;
+    std::vector<std::string> lines;
+    port::SetDebugSink([&](const std::string& line) { lines.push_back(line); });
+    EXPECT_TRUE(InitObject(object, 7, true));
+    EXPECT_TRUE(AddEidDescriptions(
+        std::vector<EidDescPair>{{"errseg", L"Error segment"}, {"error", L"Fault"}}));
+    object.SendCustomEvent("e1", "d\xC3\xA9", "c", 5, false);
+    object.PostCustomEvent("e2", "", "", -1, false);
+    // Extra keys never overwrite the event's own.
+    object.SendCustomEventExt("e3", "", "", -1, false, {{"aaa", "x"}, {"act", "a"}, {"eid", "b"}});
+    object.SendErrorEventEx(X(96), X(500), "", -1, false);
+    object.SendErrorEventEx("errseg", "what", "ignored", 0, false);
+    EXPECT_FALSE(object.SendErrorEventEx("", "c", "d", 1, true));
+    EXPECT_FALSE(object.SendErrorEvent(nullptr, "c", "s"));
+    object.SendErrorEvent("plainerr", nullptr, "");
+    // No segment of "plainerr/sub" has a description, so the record gets none.
+    object.SendErrorEvent("plainerr", "body", "sub");
+    object.PostStartUpEvent();
+    object.PostHeartBeatEvent();
+    object.PostEndUpEvent();
+    port::SetDebugSink(nullptr);
+    const std::string a = "\\[act: zhwebevent, eid: ", t = ", ati: 20[0-9]{12}\\]";
+    const std::string s = "session_id: " + object.GetSessionId() + ", dty: D, pro: P";
+    const std::vector<std::string> expected = {
+        "SendCustomEvent" + a + "e1, eid_desc: d\xC3\xA9, content: c, dur: 5, " + s + "\\]",
+        "PostCustomEvent" + a + "e2, " + s + "\\]",
+        "SendCustomEventExt" + a + "e3, " + s + ", aaa: x\\]",
+        "SendErrorEventEx" + a + "error/" + X(93) + ", content: " + X(499) + ", " + s + "\\]",
+        "SendErrorEventEx" + a + "error/errseg, eid_desc: Fault/Error segment, content: what, " +
+            "dur: 0, " + s + "\\]",
+        "SendErrorEventEx" + a + "error/plainerr, " + s + t,
+        "SendErrorEventEx" + a + "error/plainerr/sub, content: body, " + s + t,
+        "PostStartUpEvent" + a + "startup, " + s + t,
+        "PostHeartBeatEvent" + a + "heartbeat, dur: [0-9]{1,5}, " + s + t,
+        "PostEndUpEvent" + a + "endup, dur: [0-9]{1,5}, " + s + t};
+    ASSERT_EQ(expected.size(), lines.size());
+    for (size_t i = 0; i < lines.size(); ++i) {
+        EXPECT_TRUE(std::regex_match(lines[i], std::regex(expected[i] + "\n"))) << lines[i];
+    }
 }
 
 }  // namespace

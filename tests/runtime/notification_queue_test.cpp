@@ -15,16 +15,15 @@ struct Numbered : CNotification {
 };
 
 int NumberOf(const CNotificationPtr& notification) {
-    auto numbered = std::dynamic_pointer_cast<Numbered>(notification);
-    return numbered ? numbered->number : -1;
+    return static_cast<const Numbered&>(*notification).number;
 }
 
-TEST(CNotificationQueueTest, PendingOrderWithUrgentAndNull) {
+// Pending notifications: urgent ones first, nulls dropped. Blocked readers are handed theirs in
+// the order they began to wait, whichever form of enqueue wakes them, past pending.
+TEST(CNotificationQueueTest, PendingOrderAndFirstComeFirstServedReaders) {
     CNotificationQueue queue;
     queue.enqueue(nullptr);
     queue.enqueueUrgent(nullptr);
-    EXPECT_EQ(queue.size(), 0u);
-
     queue.enqueue(std::make_shared<Numbered>(1));
     queue.enqueue(std::make_shared<Numbered>(2));
     queue.enqueueUrgent(std::make_shared<Numbered>(0));
@@ -33,34 +32,19 @@ TEST(CNotificationQueueTest, PendingOrderWithUrgentAndNull) {
     EXPECT_EQ(NumberOf(queue.waitDequeue()), 1);
     queue.clear();
     EXPECT_EQ(queue.size(), 0u);
-}
 
-// Readers are served in the order they began to wait, whichever form of enqueue wakes them.
-TEST(CNotificationQueueTest, BlockedReadersAreServedFirstComeFirstServed) {
-    for (bool urgent : {false, true}) {
-        SCOPED_TRACE(urgent ? "enqueueUrgent" : "enqueue");
-        CNotificationQueue queue;
-        int first = 0;
-        int second = 0;
+    for (auto hand : {&CNotificationQueue::enqueue, &CNotificationQueue::enqueueUrgent}) {
+        int first = 0, second = 0;
         std::thread a([&] { first = NumberOf(queue.waitDequeue()); });
-        ASSERT_TRUE(qz_test::WaitUntil([&] { return queue.waitingReaders() == 1; }));
+        EXPECT_TRUE(qz_test::WaitUntil([&] { return queue.waitingReaders() == 1; }));
         std::thread b([&] { second = NumberOf(queue.waitDequeue()); });
-        ASSERT_TRUE(qz_test::WaitUntil([&] { return queue.waitingReaders() == 2; }));
-
-        auto hand = [&](int number) {
-            if (urgent) {
-                queue.enqueueUrgent(std::make_shared<Numbered>(number));
-            } else {
-                queue.enqueue(std::make_shared<Numbered>(number));
-            }
-        };
-        hand(10);
+        EXPECT_TRUE(qz_test::WaitUntil([&] { return queue.waitingReaders() == 2; }));
+        (queue.*hand)(std::make_shared<Numbered>(10));
+        (queue.*hand)(std::make_shared<Numbered>(20));
         a.join();
-        EXPECT_EQ(first, 10);
-        hand(20);
         b.join();
-        EXPECT_EQ(second, 20);
-        // A handed notification never enters pending.
+        EXPECT_EQ(std::make_pair(first, second), std::make_pair(10, 20))
+            << (hand == &CNotificationQueue::enqueue ? "enqueue" : "enqueueUrgent");
         EXPECT_EQ(queue.size(), 0u);
     }
 }

@@ -2,149 +2,93 @@
 
 #include <gtest/gtest.h>
 
-#include <mutex>
+#include <array>
+#include <atomic>
+#include <chrono>
 #include <stdexcept>
 #include <thread>
-#include <vector>
+#include <utility>
 
-#include "runtime/micro_time.h"
 #include "support/wait.h"
 
 namespace qzdata_report_kelvo {
 namespace {
 
-int64_t NowMs() {
-    int64_t micro = 0;
-    GetMicroTime(micro);
-    return micro / 1000;
+int64_t NowMs() {  // the timer's clock
+    return std::chrono::steady_clock::now().time_since_epoch() / std::chrono::milliseconds(1);
 }
 
-// Records when each firing ran and what the timer said about skipped periods.
-class Recorder {
-  public:
+// Records when each firing ran and the skipped periods the timer reported to it (published by
+// `count`). The first firing takes `firstMs`, and every firing ends in an exception, which the
+// timer must swallow.
+struct Recorder {
     void Fire(CTimer& timer) {
-        int index;
-        {
-            std::lock_guard<std::mutex> guard(mutex);
-            index = static_cast<int>(times.size());
-            times.push_back(NowMs());
-            skipped.push_back(timer.skipped());
-        }
-        if (index < static_cast<int>(blockMs.size())) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(blockMs[index]));
-        }
-        if (index < throwCount) {
-            throw std::runtime_error("callback failure");
-        }
+        const size_t index = count.load();
+        firings.at(index) = {NowMs(), timer.skipped()};  // when full, throws before counting
+        count.fetch_add(1);
+        std::this_thread::sleep_for(std::chrono::milliseconds(index == 0 ? firstMs : 0));
+        throw std::runtime_error("callback failure");
     }
-    size_t Count() {
-        std::lock_guard<std::mutex> guard(mutex);
-        return times.size();
-    }
-    int64_t Time(size_t i) {
-        std::lock_guard<std::mutex> guard(mutex);
-        return times.at(i);
-    }
-    int Skipped(size_t i) {
-        std::lock_guard<std::mutex> guard(mutex);
-        return skipped.at(i);
+    bool Start(CTimer& timer) {
+        return timer.start(CTimerCallback<Recorder>(*this, &Recorder::Fire));
     }
 
-    std::vector<int> blockMs;
-    int throwCount = 0;
-
-  private:
-    std::mutex mutex;
-    std::vector<int64_t> times;
-    std::vector<int> skipped;
+    int firstMs = 0;
+    std::atomic<size_t> count{0};
+    std::array<std::pair<int64_t, int>, 64> firings{};
 };
 
-using Callback = CTimerCallback<Recorder>;
-
-TEST(CTimerTest, StartIntervalZeroFiresAtOnce) {
-    Recorder recorder;
-    CTimer timer(0, 60000);
-    const int64_t started = NowMs();
-    ASSERT_TRUE(timer.start(Callback(recorder, &Recorder::Fire)));
-    ASSERT_TRUE(qz_test::WaitUntil([&] { return recorder.Count() == 1; }, 2000));
-    EXPECT_LT(recorder.Time(0) - started, 500);
-    EXPECT_FALSE(timer.start(Callback(recorder, &Recorder::Fire)));
-    timer.stop();
-    EXPECT_FALSE(timer.isRunning());
-}
-
-TEST(CTimerTest, ThrowingCallbackDoesNotEndTheTimer) {
-    Recorder recorder;
-    recorder.throwCount = 2;
-    CTimer timer(0, 10);
-    ASSERT_TRUE(timer.start(Callback(recorder, &Recorder::Fire)));
-    EXPECT_TRUE(qz_test::WaitUntil([&] { return recorder.Count() >= 4; }, 3000));
-    timer.stop();
-}
-
-// A firing that overruns three periods makes the timer skip them: one firing, not a burst.
-TEST(CTimerTest, MissedPeriodsAreSkippedNotFiredInABurst) {
-    Recorder recorder;
-    recorder.blockMs = {170};
-    CTimer timer(0, 50);
-    ASSERT_TRUE(timer.start(Callback(recorder, &Recorder::Fire)));
-    ASSERT_TRUE(qz_test::WaitUntil([&] { return recorder.Count() >= 3; }, 3000));
-    timer.stop();
-    EXPECT_EQ(recorder.Skipped(0), 0);
-    EXPECT_EQ(recorder.Skipped(1), 3);
-    // The second firing waits for the next period boundary (200 ms after the first), and the
-    // third follows one period later, not at once.
-    EXPECT_GE(recorder.Time(1) - recorder.Time(0), 190);
-    EXPECT_GE(recorder.Time(2) - recorder.Time(1), 40);
-}
-
-// The first firing is due 150 ms after start. A restart at 50 ms with the same value leaves it
-// there; a different value moves it to one new interval from the restart.
-TEST(CTimerTest, RestartWakesOnlyOnAChangedInterval) {
-    struct Case {
-        uint32_t restartTo;
-        int64_t minFirstMs;
-        int64_t maxFirstMs;
-    };
-    for (const Case& c : {Case{150, 140, 300}, Case{400, 440, 900}}) {
-        SCOPED_TRACE(c.restartTo);
+// A start interval of 0 fires at once. Periodic 0 fires once and 60000 not again soon: either
+// way the timer counts as started, refusing a second start, until stop.
+TEST(CTimerTest, StartFiresAtOnceAndHoldsUntilStop) {
+    for (uint32_t periodic : {0u, 60000u}) {
+        SCOPED_TRACE(periodic);
         Recorder recorder;
-        CTimer timer(150, 150);
-        const int64_t started = NowMs();
-        ASSERT_TRUE(timer.start(Callback(recorder, &Recorder::Fire)));
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        timer.restart(c.restartTo);
-        ASSERT_TRUE(qz_test::WaitUntil([&] { return recorder.Count() >= 1; }, 3000));
+        CTimer timer(0, periodic);
+        ASSERT_TRUE(recorder.Start(timer));
+        ASSERT_TRUE(qz_test::WaitUntil([&] { return recorder.count.load() == 1; }));
+        EXPECT_FALSE(qz_test::WaitUntil([&] { return recorder.count.load() > 1; }, 100));
+        EXPECT_TRUE(timer.isRunning());
+        EXPECT_FALSE(recorder.Start(timer));
         timer.stop();
-        const int64_t first = recorder.Time(0) - started;
-        EXPECT_GE(first, c.minFirstMs);
-        EXPECT_LE(first, c.maxFirstMs);
+        EXPECT_FALSE(timer.isRunning());
+        ASSERT_TRUE(recorder.Start(timer));
+        EXPECT_TRUE(qz_test::WaitUntil([&] { return recorder.count.load() == 2; }));
     }
 }
 
-TEST(CTimerTest, StopOnANeverStartedTimerDoesNothing) {
-    CTimer timer(10, 10);
+// A firing that overruns three periods makes the timer skip them: one firing, not a burst. The
+// second waits for the next period boundary, 400 ms after start; the third for one more.
+TEST(CTimerTest, MissedPeriodsAreSkippedNotFiredInABurst) {
+    Recorder recorder{350};
+    CTimer timer(0, 100);
+    const int64_t started = NowMs();
+    ASSERT_TRUE(recorder.Start(timer));
+    ASSERT_TRUE(qz_test::WaitUntil([&] { return recorder.count.load() >= 3; }, 3000));
     timer.stop();
-    EXPECT_FALSE(timer.isRunning());
-    Recorder recorder;
-    EXPECT_TRUE(timer.start(Callback(recorder, &Recorder::Fire)));
-    EXPECT_TRUE(qz_test::WaitUntil([&] { return recorder.Count() >= 1; }));
-    timer.stop();
+    EXPECT_GE(recorder.firings[1].second, 3);  // more only when the thread was held up
+    EXPECT_EQ(recorder.firings[2].second, 0);
+    EXPECT_GE(recorder.firings[1].first - started, 390);
+    EXPECT_GE(recorder.firings[2].first - started, 490);
 }
 
-// A periodic interval of 0 fires once; the timer counts as started until stop.
-TEST(CTimerTest, OneShotHoldsItsCallbackUntilStop) {
-    Recorder recorder;
-    CTimer timer(0, 0);
-    ASSERT_TRUE(timer.start(Callback(recorder, &Recorder::Fire)));
-    ASSERT_TRUE(qz_test::WaitUntil([&] { return recorder.Count() == 1; }));
-    EXPECT_TRUE(timer.isRunning());
-    EXPECT_FALSE(timer.start(Callback(recorder, &Recorder::Fire)));
-    timer.stop();
-    EXPECT_FALSE(timer.isRunning());
-    ASSERT_TRUE(timer.start(Callback(recorder, &Recorder::Fire)));
-    EXPECT_TRUE(qz_test::WaitUntil([&] { return recorder.Count() == 2; }));
-    timer.stop();
+// The first firing is due 300 ms after start. A restart at 100 ms with the same value leaves it
+// there; a different value moves it to one new interval from the restart (150 ms after start).
+TEST(CTimerTest, RestartWakesOnlyOnAChangedInterval) {
+    for (const auto& [restartTo, earliest, latest] :
+         {std::make_tuple(300u, 290, 390), std::make_tuple(50u, 140, 240)}) {
+        SCOPED_TRACE(restartTo);
+        Recorder recorder;
+        CTimer timer(300, 300);
+        const int64_t started = NowMs();
+        ASSERT_TRUE(recorder.Start(timer));
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        timer.restart(restartTo);
+        ASSERT_TRUE(qz_test::WaitUntil([&] { return recorder.count.load() >= 1; }, 3000));
+        timer.stop();
+        EXPECT_GE(recorder.firings[0].first - started, earliest);
+        EXPECT_LE(recorder.firings[0].first - started, latest);
+    }
 }
 
 }  // namespace

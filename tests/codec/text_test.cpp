@@ -1,0 +1,89 @@
+#include "codec/text.h"
+
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <string>
+#include <tuple>
+
+#include "codec/fixed_env.h"
+
+namespace qzdata_report_kelvo {
+namespace {
+
+using namespace text;
+
+TEST(TextTest, EscapeStyles) {
+    // The blank and the mark '~' are kept, so the rules that come before the set show.
+    const ByteSet kept = ByteSet(" a~").AddRange('0', '2');
+    const EscapeStyle plain{kept}, custom{kept, '~', HexCase::kLower, true},
+        doubled{kept, '~', HexCase::kLower, true, true}, allBut{ByteSet("a").Complement()};
+    const std::tuple<const EscapeStyle&, std::string, std::string> cases[] = {
+        {plain, std::string("a 012~b3%\xff\n\0", 12), "a 012~%62%33%25%FF%0A%00"},
+        {custom, "a b\xfe~", "a+~62~fe~"},
+        {doubled, "~a ~\xab", "~~a+~~~ab"},
+        {allBut, "ab\x80", "%61b\x80"}};
+    for (const auto& [style, in, escaped] : cases) {
+        std::string out = "kept|";
+        AppendEscaped(in, style, out);
+        EXPECT_EQ(out, "kept|" + escaped) << testing::PrintToString(in);
+    }
+}
+
+TEST(TextTest, HexDigitValuesAtTheBoundaries) {
+    const std::pair<char, int> cases[] = {{'0', 0},  {'9', 9},  {'a', 10},  {'f', 15},   {'A', 10},
+                                          {'F', 15}, {'g', -1}, {'G', -1},  {'/', -1},   {':', -1},
+                                          {'@', -1}, {'`', -1}, {'\0', -1}, {'\xe1', -1}};
+    for (const auto& [c, value] : cases) {
+        EXPECT_EQ(HexDigitValue(c), value) << testing::PrintToString(c);
+    }
+    for (char c : std::string("09af")) {
+        EXPECT_EQ(HexDigitValue(c, HexInput::kLowerUnchecked), HexDigitValue(c)) << c;
+    }
+}
+
+// Wire text must not change with the host's locale: compare under one that folds more, if any.
+TEST(TextTest, CaseFoldingIgnoresTheLocale) {
+    const std::string saved = std::setlocale(LC_ALL, nullptr);
+    // The first the host has: in Turkish, 'I' folds to a dotless i; in Latin-1, 0xC4 to 0xE4.
+    static_cast<void>(std::setlocale(LC_ALL, "tr_TR.ISO-8859-9") ||
+                      std::setlocale(LC_ALL, "de_DE.ISO-8859-1") ||
+                      std::setlocale(LC_ALL, "C.UTF-8"));
+    const std::tuple<std::string, std::string, int> cases[] = {{"Keep-Alive", "kEEP-aLIVE", 0},
+                                                               {"I", "i", 0},
+                                                               {"AZ", "az", 0},
+                                                               {"@[", "`{", -1},
+                                                               {"\xC4", "\xE4", -1},
+                                                               {"\xE4", "z", 1},
+                                                               {"a", "B", -1},
+                                                               {"ab", "ABC", -1},
+                                                               {"abc", "AB", 1},
+                                                               {"", "", 0},
+                                                               {"", "\x01", -1}};
+    for (const auto& [left, right, order] : cases) {
+        SCOPED_TRACE(testing::PrintToString(left) + " | " + testing::PrintToString(right));
+        const int compared = CompareNoCase(left, right);
+        EXPECT_EQ((compared > 0) - (compared < 0), order);
+        EXPECT_EQ(EqualsNoCase(left, right), order == 0);
+    }
+    const std::string blanks = " \t\n\v\f\r";
+    for (int c = 0; c < 256; ++c) {
+        EXPECT_EQ(IsAsciiSpace(static_cast<char>(c)),
+                  blanks.find(static_cast<char>(c)) != blanks.npos);
+    }
+    std::setlocale(LC_ALL, saved.c_str());
+}
+
+// The random bytes 0xFF, 0xEE, ... hold ones and zeros around the version and variant bits.
+TEST_F(WithFixedEnv, Uuid4ShapesTheRandomBytesOrGivesZeros) {
+    uint8_t bytes[16];
+    EXPECT_TRUE(NewUuid4(bytes));
+    EXPECT_EQ(UuidText(bytes, UuidForm::kDashed), "ffeeddcc-bbaa-4988-b766-554433221100");
+    EXPECT_EQ(UuidText(bytes, UuidForm::kPlain), "ffeeddccbbaa4988b766554433221100");
+    randomFails = true;
+    EXPECT_FALSE(NewUuid4(bytes));
+    EXPECT_EQ(UuidText(bytes, UuidForm::kDashed), "00000000-0000-0000-0000-000000000000");
+}
+
+}  // namespace
+}  // namespace qzdata_report_kelvo

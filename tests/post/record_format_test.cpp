@@ -2,14 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <regex>
 #include <string>
 #include <vector>
 
-#include "codec/md5.h"
-#include "deployment_config.h"
 #include "identity/hardware_id_store.h"
-#include "post/report_thread.h"
 
 namespace qzdata_report_kelvo {
 namespace {
@@ -45,25 +41,6 @@ TEST_F(RecordFormatTest, WorkedExampleByteForByte) {
         kMid + "&mid=ABC&pro=demo&extra=eid%3Dclick%26eid_desc%3Da%2Bb%26sdk_ver%3Dvs-nat-2.2.5";
     EXPECT_EQ(expectedQuery, query);
     EXPECT_EQ("zhwebevent", lastAction);
-
-    std::atomic<bool> stopOldSdk{false};
-    ReportThreadImpl impl(&stopOldSdk);
-    std::vector<BuiltRecord> built;
-    impl.SetRecordObserver([&built](const BuiltRecord& r) { built.push_back(r); });
-    impl.PostRecord(lastAction, query);
-    ASSERT_EQ(1u, built.size());
-    const BuiltRecord& request = built[0];
-    EXPECT_EQ("/c.gif?act=zhwebevent&smkdata=0", request.path);
-    EXPECT_TRUE(std::regex_match(request.recordId, std::regex("[0-9a-f]{32}")));
-
-    std::smatch parts;
-    ASSERT_TRUE(std::regex_match(request.signedQuery, parts,
-                                 std::regex("&key=([0-9a-f]{32})&time=([0-9]+)&(.*)")));
-    EXPECT_EQ(std::to_string(request.recordTime), parts[2].str());
-    Md5Context md5;
-    md5.Start(std::string("zhwebevent") + parts[2].str() + deployment::kRequestSalt);
-    EXPECT_EQ(md5.HexDigest(), parts[1].str());
-    EXPECT_EQ(expectedQuery, parts[3].str());
 }
 
 std::string X(const std::string& extra) {
@@ -149,13 +126,6 @@ TEST_F(RecordFormatTest, TranslateParamNamesRewritesOnlyLongKeys) {
         formatter.TranslateParamNames(c.in);
         EXPECT_EQ(c.out, c.in);
     }
-}
-
-TEST(ParamNamesTest, KnownAndEscapedSetsIgnoreCase) {
-    EXPECT_TRUE(IsKnownParamName("KELVO_MID") && IsKnownParamName("Province"));
-    EXPECT_FALSE(IsKnownParamName("par") || IsKnownParamName("eid") || IsKnownParamName("mid2"));
-    EXPECT_TRUE(IsEscapedParamName("Eid_Desc"));
-    EXPECT_FALSE(IsEscapedParamName("eid") || IsEscapedParamName("desc"));
 }
 
 TEST(EscapeParamValueTest, Cases) {

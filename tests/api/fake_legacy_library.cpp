@@ -1,7 +1,7 @@
 #include "tests/api/fake_legacy_library.h"
 
 #include <mutex>
-#include <type_traits>
+#include <utility>
 
 #include "api/legacy_library.h"
 
@@ -14,30 +14,26 @@ std::vector<std::string> log;
 using namespace qzdata_report;
 
 // How an argument shows in the log: as it would be written in C++ where it can, lists by their
-// length, pointers and callbacks by whether they are set.
+// length (the array by its first id), other pointers by whether they are set.
 struct Show {
     static std::string Of(const std::string& v) { return '"' + v + '"'; }
     static std::string Of(const std::wstring& v) {
-        return "L" + Of(std::string(v.begin(), v.end()));
+        return 'L' + Of(std::string(v.begin(), v.end()));
     }
     static std::string Of(const char* v) { return v == nullptr ? "nullptr" : Of(std::string(v)); }
     static std::string Of(const void* v) { return v == nullptr ? "nullptr" : "set"; }
     static std::string Of(ReportCallback v) { return v == nullptr ? "nullptr" : "set"; }
     static std::string Of(bool v) { return v ? "true" : "false"; }
-    template <class T, class = std::enable_if_t<std::is_integral_v<T> || std::is_enum_v<T>>>
-    static std::string Of(T v) {
-        return std::to_string(static_cast<long long>(v));
-    }
-    static std::string Of(const SessionInfo& v) { return Of(v.channel); }
-    template <class T>
-    static std::string Of(const std::vector<T>& v) {
-        return std::to_string(v.size()) + " items";
-    }
-    static size_t Length(const EidDescPtrPair* v) {
-        return v == nullptr || v->eid == nullptr ? 0 : 1 + Length(v + 1);
-    }
-    static std::string Of(const EidDescPtrPair* v) { return std::to_string(Length(v)) + " items"; }
+    static std::string Of(int v) { return std::to_string(v); }
+    static std::string Of(unsigned v) { return std::to_string(v); }
+    static std::string Of(unsigned long v) { return std::to_string(v); }
+    static std::string Items(size_t n) { return std::to_string(n) + " items"; }
+    static std::string Of(const std::vector<ReportRecord>& v) { return Items(v.size()); }
+    static std::string Of(const std::vector<EidDescPair>& v) { return Items(v.size()); }
+    static std::string Of(const EidDescPtrPair* v) { return v == nullptr ? "nullptr" : Of(v->eid); }
 };
+
+}  // namespace
 
 template <class... Args>
 void Record(const char* name, const Args&... args) {
@@ -46,16 +42,9 @@ void Record(const char* name, const Args&... args) {
     Note(name + ("(" + list.substr(list.empty() ? 0 : 2)) + ")");
 }
 
-}  // namespace
-
-std::vector<std::string> Calls() {
+std::vector<std::string> Take() {
     std::lock_guard<std::mutex> guard(logMutex);
-    return log;
-}
-
-void Clear() {
-    std::lock_guard<std::mutex> guard(logMutex);
-    log.clear();
+    return std::exchange(log, {});
 }
 
 void Note(const std::string& line) {
@@ -65,11 +54,10 @@ void Note(const std::string& line) {
 
 }  // namespace qz_fake_legacy
 
-// Each legacy function records its call and its arguments; a bool function answers false.
-#define FAKE(Ret, Name, Params, ...)                  \
-    Ret Name Params {                                 \
-        qz_fake_legacy::Record(#Name, ##__VA_ARGS__); \
-        return Ret();                                 \
+// Each legacy function logs its call and its arguments; a bool function answers false.
+#define FAKE(Ret, Name, Params, ...)                                \
+    Ret Name Params {                                               \
+        return qz_fake_legacy::Record(#Name, ##__VA_ARGS__), Ret(); \
     }
 
 namespace qzdata_report {
@@ -77,12 +65,11 @@ namespace qzdata_report {
 using S = const std::string&;
 using W = const std::wstring&;
 using C = const char*;
-using WC = const wchar_t*;
 using R = const std::vector<ReportRecord>&;
 using P = DataReportPriority;
 
-FAKE(bool, Init, (W a, S b, S c, unsigned d, WindowHandle e, W f, unsigned long g, bool h), a, b, c,
-     d, e, f, g, h)
+FAKE(bool, Init, (W a, S b, S c, unsigned d, void* e, W f, unsigned long g, bool h), a, b, c, d, e,
+     f, g, h)
 FAKE(void, Run, ())
 FAKE(void, Exit, (bool a), a)
 FAKE(void, Flush, ())
@@ -92,7 +79,7 @@ FAKE(void, SetOutputDebugString, (bool a), a)
 FAKE(void, SetDefaultPostPriority, (P a), a)
 FAKE(void, SetDefaultUrl, (W a), a)
 FAKE(bool, SetMachineId, (S a), a)
-FAKE(bool, PostSessionInfo, (const SessionInfo& a), a)
+FAKE(bool, PostSessionInfo, (const SessionInfo&))
 FAKE(bool, PostCustomEvent, (S a, S b, S c, int d, bool e), a, b, c, d, e)
 FAKE(bool, SendCustomEvent, (S a, S b, S c, int d, bool e), a, b, c, d, e)
 FAKE(bool, SendErrorEvent, (C a, C b, C c), a, b, c)
@@ -107,11 +94,11 @@ FAKE(bool, PostSimpleEvent, (C a, C b, C c, C d, int e), a, b, c, d, e)
 FAKE(bool, SendSimpleEvent, (C a, C b, C c, C d, int e), a, b, c, d, e)
 FAKE(bool, PostUrlWithDur, (C a, C b, C c, int d, C e), a, b, c, d, e)
 FAKE(bool, SendUrlWithDur, (C a, C b, C c, int d, C e), a, b, c, d, e)
-FAKE(bool, PostOpenUrlEvent, (WC a), a)
+FAKE(bool, PostOpenUrlEvent, (const wchar_t* a), a)
 FAKE(bool, PostOpenUrlEvent, (C a, unsigned b), a, b)
-FAKE(bool, SendOpenUrlEvent, (WC a), a)
+FAKE(bool, SendOpenUrlEvent, (const wchar_t* a), a)
 FAKE(bool, SendOpenUrlEvent, (C a, unsigned b), a, b)
-FAKE(bool, PostReportUrlEvent, (WC a, C b), a, b)
+FAKE(bool, PostReportUrlEvent, (const wchar_t* a, C b), a, b)
 FAKE(bool, PostReportUrlEvent, (C a, C b, unsigned c), a, b, c)
 FAKE(bool, PostWithPriority, (W a, P b, R c, ReportCallback d, void* e), a, b, c, d, e)
 FAKE(bool, PostImmediately, (W a, R b, ReportCallback c, void* d), a, b, c, d)

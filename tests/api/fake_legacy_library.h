@@ -1,5 +1,5 @@
 // A stand-in for the older reporting library: a shared library that defines its 38 functions
-// and records every call with its arguments, in order. Every bool function answers false.
+// and logs every call with its arguments, in order. Every bool function answers false.
 #pragma once
 
 #include <string>
@@ -7,9 +7,8 @@
 
 namespace qz_fake_legacy {
 
-// The calls so far, each as Name(arg, arg, ...), and notes, in the order they happened.
-std::vector<std::string> Calls();
-void Clear();
+// Hands over the log so far (each call as Name(arg, arg, ...), and notes) and empties it.
+std::vector<std::string> Take();
 // Adds a line of the caller's own to the same log (to see what happened between calls).
 void Note(const std::string& line);
 

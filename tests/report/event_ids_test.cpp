@@ -23,7 +23,6 @@ TEST(EventIdsTest, DescriptionsReplaceSegmentsIgnoringCase) {
     for (const auto& c : cases) {
         EXPECT_EQ(c.second, TranslateEid(c.first)) << c.first;
     }
-    EXPECT_EQ("", DescribeEid("ta/tc", nullptr));
     EXPECT_EQ("ta/" + d, DescribeEid("ta/tb", ""));
     EXPECT_EQ("given", DescribeEid("ta/tb", "given"));
     EXPECT_EQ("", DescribeEid("ta/tb", "ta/tb"));
@@ -37,22 +36,20 @@ TEST(EventIdsTest, EscapeAndUnescape) {
         {"_&=\xE4", false, ".5f.26.3d.e4"}, {std::string("a\0b", 3), false, "a.00b"}};
     for (const auto& [in, escapeSlash, escaped] : cases) {
         std::string out = "old", back;
-        EXPECT_TRUE(EscapeEidText(in, &out, escapeSlash));
+        EXPECT_TRUE(EscapeEidText(in, &out, escapeSlash) && UnescapeEidText(out, &back));
         EXPECT_EQ(escaped, out);
-        EXPECT_TRUE(UnescapeEidText(out, &back));
         EXPECT_EQ(in, back);
     }
     // Upper-case digits are read too; a broken escape fails and leaves `out` as it was ("!").
     const std::vector<std::pair<std::string, std::string>> unescaped = {
-        {".2e", "."},  {"..2e", ".2e"}, {".4A.4a", "JJ"}, {"", ""},      {"a.2", "!"},
-        {"a.zz", "!"}, {"a.", "!"},     {".g0", "!"},     {"ab.2x", "!"}};
+        {".2e", "."},  {"..2e", ".2e"}, {".4A.4a.4F", "JJO"}, {"", ""},      {"a.2", "!"},
+        {"a.zz", "!"}, {"a.", "!"},     {".g0", "!"},         {"ab.2x", "!"}};
     for (const auto& c : unescaped) {
         std::string out = "!";
         EXPECT_EQ(c.second != "!", UnescapeEidText(c.first, &out)) << c.first;
         EXPECT_EQ(c.second, out) << c.first;
     }
-    EXPECT_FALSE(EscapeEidText("x", nullptr, true));
-    EXPECT_FALSE(UnescapeEidText("x", nullptr));
+    EXPECT_FALSE(EscapeEidText("x", nullptr, true) || UnescapeEidText("x", nullptr));
 }
 
 TEST(RecordBuilderTest, ReusesOldKeysAndDropsTheOnesNotSetAgain) {

@@ -16,7 +16,6 @@ namespace qzdata_report_kelvo {
 namespace {
 
 using Strings = std::vector<std::string>;
-using qz_test::kGoodFallback;
 using qz_test::ReadStrategyData;
 using StrategyBlobTest = qz_test::StrategyBlobTest;
 
@@ -30,82 +29,68 @@ Snapshot Take(CStrategy& s) {
                            s.GetStoredFields());
 }
 
-// A strategy whose fetch plays `reply` (or fails, with `fetchOk` false) on the strategy thread,
-// and records the limits it pushes and the requests it makes.
+// A strategy whose fetches play blobs of the data folder on the strategy thread, and that
+// records the limits it pushes.
 struct Harness : KeepAliveSink {
-    Harness() {
-        strategy.SetKeepAliveSink(this);
-        strategy.SetFetchFunction([this](const std::string& host, uint16_t port,
-                                         const std::string& path, std::string& out) {
-            requests.push_back(host + ":" + std::to_string(port) + path);
-            out = reply;
-            return fetchOk;
-        });
-    }
+    Harness() { strategy.SetKeepAliveSink(this); }
     void SetKeepAliveLimit(uint32_t milliseconds) override { pushed.push_back(milliseconds); }
-    void Answer(const std::string& text, bool ok = true) {
-        reply = text;
-        fetchOk = ok;
+    // Plays "<name>.blob" (empty when there is none) as a reply that came with `ok`.
+    void Answer(const std::string& name, bool ok = true) {
+        strategy.SetFetchFunction(
+            [name, ok](const std::string&, uint16_t, const std::string&, std::string& out) {
+                out = ReadStrategyData(name + ".blob");
+                return ok;
+            });
         strategy.StartFetch(&stopOldSdk);
         strategy.Join();
     }
-    void AnswerBlob(const std::string& name) { Answer(ReadStrategyData(name + ".blob")); }
 
-    std::string reply;
-    bool fetchOk = true;
-    Strings requests;
     std::vector<uint32_t> pushed;
     std::atomic<bool> stopOldSdk{false};
     CStrategy strategy;
 };
 
-// What make_blobs.sh writes into "good" (an empty spare entry and set-3 entry count, not kept).
-Snapshot GoodSnapshot(uint32_t keepAliveLimit) {
+// What make_blobs.sh writes into "good" (an empty spare entry and set-3 entry count, not kept);
+// a zero limit stands for the all-zero blob.
+Snapshot Applied(uint32_t keepAliveLimit) {
     // clang-format off
-    const StoredStrategyFields stored{{"actone", "acttwo"}, {"alpha"}, {{"key", 7}, {"neg", -12}},
-        {{"k1", 12}, {"k2", -5}}, 250, 7, 4096, {"set3"}, {"set4"}, {}, {"set6"}};
+    const Snapshot good{qz_test::kGoodFallback, {"10.2.2.1", "10.2.2.2"}, {}, {}, {"10.3.3.1"},
+        keepAliveLimit, {{"actone", "acttwo"}, {"alpha"}, {{"key", 7}, {"neg", -12}},
+        {{"k1", 12}, {"k2", -5}}, 250, 7, 4096, {"set3"}, {"set4"}, {}, {"set6"}}};
     // clang-format on
-    return {kGoodFallback, {"10.2.2.1", "10.2.2.2"}, {}, {}, {"10.3.3.1"}, keepAliveLimit, stored};
+    return keepAliveLimit == 0 ? Snapshot{} : good;
 }
 
 TEST_F(StrategyBlobTest, DecodeGivesWhatOpensslEncipheredAndRefusesBadOuterLayers) {
-    const struct {
-        std::string name;
-        bool ok;
-    } cases[] = {{"good", true},      {"all_zero", true},      {"exact_blocks", true},
-                 {"short", true},     {"zero_length", false},  {"hex_short", false},
-                 {"hex_long", false}, {"length_letter", false}};
-    for (const auto& [name, ok] : cases) {
+    // clang-format off
+    for (const auto& [name, ok] : std::vector<std::pair<std::string, bool>>{
+             {"good", true}, {"all_zero", true}, {"exact_blocks", true}, {"short", true},
+             {"zero_length", false}, {"hex_short", false}, {"hex_long", false},
+             {"length_letter", false}}) {
+        // clang-format on
         std::string plain = "stale";
-        EXPECT_EQ(CStrategy::DecodeStrategyBlob(ReadStrategyData(name + ".blob"), plain), ok)
-            << name;
+        EXPECT_EQ(CStrategy::DecodeStrategyBlob(ReadStrategyData(name + ".blob"), plain), ok);
         EXPECT_EQ(plain, ok ? ReadStrategyData(name + ".plain") : "") << name;
     }
 }
 
 // Fields 1-28 apply as a whole; field 29, the switch, may fail alone and then stays as it was.
 TEST_F(StrategyBlobTest, AppliedBlobsReplaceEverythingAndSetTheSwitchOnlyWhenItReads) {
-    const struct {
-        const char* name;
-        bool before, after;
-        Snapshot expected;
-    } cases[] = {
-        {"good", false, true, GoodSnapshot(30000)},
-        {"switch_zero", true, false, GoodSnapshot(30000)},
-        {"no_switch", false, false, GoodSnapshot(31000)},
-        {"no_switch", true, true, GoodSnapshot(31000)},
-        {"switch_plus", false, false, GoodSnapshot(32000)},
-        {"switch_plus", true, true, GoodSnapshot(32000)},
-        {"all_zero", true, false, Snapshot{{}, {}, {}, {}, {}, 0, {}}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.name) + (c.before ? " on" : " off"));
+    // clang-format off
+    for (const auto& [name, before, after, limit] :
+         std::vector<std::tuple<std::string, bool, bool, uint32_t>>{
+             {"good", false, true, 30000}, {"switch_zero", true, false, 30000},
+             {"no_switch", false, false, 31000}, {"no_switch", true, true, 31000},
+             {"switch_plus", false, false, 32000}, {"switch_plus", true, true, 32000},
+             {"all_zero", true, false, 0}}) {
+        // clang-format on
+        SCOPED_TRACE(name + (before ? " on" : " off"));
         Harness h;
-        h.stopOldSdk = c.before;
-        h.AnswerBlob(c.name);
-        EXPECT_EQ(h.stopOldSdk.load(), c.after);
-        EXPECT_TRUE(Take(h.strategy) == c.expected);
-        EXPECT_EQ(h.pushed, std::vector<uint32_t>{std::get<5>(c.expected)});
+        h.stopOldSdk = before;
+        h.Answer(name);
+        EXPECT_EQ(h.stopOldSdk.load(), after);
+        EXPECT_TRUE(Take(h.strategy) == Applied(limit));
+        EXPECT_EQ(h.pushed, std::vector<uint32_t>{limit});
     }
 }
 
@@ -118,12 +103,10 @@ TEST_F(StrategyBlobTest, RefusedBlobsChangeNothing) {
         for (const char* state : {"from defaults", "from a blob"}) {
             SCOPED_TRACE(std::string(name) + " " + state);
             const Snapshot before = Take(h.strategy);
-            const size_t pushes = h.pushed.size();
-            h.AnswerBlob(name);
+            h.Answer(name);
             EXPECT_TRUE(Take(h.strategy) == before);
-            EXPECT_EQ(h.pushed.size(), pushes);
             EXPECT_FALSE(h.stopOldSdk);
-            h.AnswerBlob("switch_zero");
+            h.Answer("switch_zero");
         }
     }
 }
@@ -131,25 +114,17 @@ TEST_F(StrategyBlobTest, RefusedBlobsChangeNothing) {
 // A failed, empty or repeated reply changes nothing; a new blob with the same limit pushes none.
 TEST_F(StrategyBlobTest, OnlyANewSuccessfulReplyIsParsed) {
     Harness h;
-    StrategyRouting routing = DefaultRouting();
-    routing.hosts.strategyHost = "127.0.0.5";
-    routing.hosts.strategyPort = 12345;
-    h.strategy.SetRoutingForTesting(routing);
     const Snapshot defaults = Take(h.strategy);
-    h.Answer(ReadStrategyData("good.blob"), false);
-    h.Answer("");
+    h.Answer("good", false);
+    h.Answer("none");  // no such blob: an empty reply
     EXPECT_TRUE(Take(h.strategy) == defaults);
-    EXPECT_FALSE(h.stopOldSdk);
-    EXPECT_EQ(h.requests, Strings(2, "127.0.0.5:12345/zhsdkinfo.php?ver=1"));
 
-    h.AnswerBlob("good");
-    h.AnswerBlob("switch_zero");
+    h.Answer("good");
+    h.Answer("switch_zero");
     EXPECT_EQ(h.pushed, std::vector<uint32_t>{30000});
     EXPECT_FALSE(h.stopOldSdk);
     h.stopOldSdk = true;
-    ASSERT_TRUE(h.strategy.SetKeepAliveLimit(99));
-    h.AnswerBlob("switch_zero");
-    EXPECT_EQ(h.strategy.GetKeepAliveLimit(), 99000u);
+    h.Answer("switch_zero");
     EXPECT_TRUE(h.stopOldSdk);
 }
 
@@ -157,12 +132,11 @@ TEST_F(StrategyBlobTest, OnlyANewSuccessfulReplyIsParsed) {
 TEST_F(StrategyBlobTest, StartFetchWhileAFetchRunsDoesNothing) {
     CStrategy strategy;
     CEvent entered, release;
-    const std::string good = ReadStrategyData("good.blob");
     strategy.SetFetchFunction(
         [&](const std::string&, uint16_t, const std::string&, std::string& out) {
             entered.Set();
             release.Wait(kInfinite);
-            out = good;
+            out = ReadStrategyData("good.blob");
             return true;
         });
     std::atomic<bool> first{false}, second{false};
@@ -176,23 +150,19 @@ TEST_F(StrategyBlobTest, StartFetchWhileAFetchRunsDoesNothing) {
     EXPECT_FALSE(second);
 }
 
+// 60 s is the default already; from 4294968 s on the limit is capped, so more is no change.
 TEST(CStrategyTest, KeepAliveLimitConvertsSecondsAndPushesOnlyChanges) {
     Harness h;
-    std::vector<uint32_t> pushed;
-    // 60 s is the default already; from 4294968 s on the limit is capped, so more is no change.
-    using Step = std::tuple<uint64_t, bool, uint32_t>;
     // clang-format off
-    for (const auto& [seconds, changed, milliseconds] : std::vector<Step>{
+    for (const auto& [seconds, changed, milliseconds] :
+         std::vector<std::tuple<uint64_t, bool, uint32_t>>{
              {60, false, 60000}, {1, true, 1000}, {1, false, 1000}, {4294967, true, 4294967000u},
              {4294968, true, 4294967295u}, {99999999999ull, false, 4294967295u}}) {
         // clang-format on
         EXPECT_EQ(h.strategy.SetKeepAliveLimit(seconds), changed) << seconds;
         EXPECT_EQ(h.strategy.GetKeepAliveLimit(), milliseconds) << seconds;
-        if (changed) {
-            pushed.push_back(milliseconds);
-        }
-        EXPECT_EQ(h.pushed, pushed) << seconds;
     }
+    EXPECT_EQ(h.pushed, (std::vector<uint32_t>{1000, 4294967000u, 4294967295u}));
 }
 
 // A pick is the tick count modulo the size; an empty list gives an empty text.
@@ -216,40 +186,32 @@ TEST(CAddressListTest, PickIsTheTickCountModuloTheSize) {
     port::Env::Install(nullptr);
 }
 
-// One read from the start of `text`: 'u'nsigned, 's'igned or 't'ext. `value` is the decimal text
-// of a number or the string read, null for a failed read, which leaves the cursor at 0.
+// One read from the start of `text`: 'u'nsigned, 's'igned or 't'ext, giving the decimal text of
+// a number or the string read; a failed read ("fail") leaves the cursor at 0.
 TEST(StrategyFieldReaderTest, ReadsOneField) {
-    const struct {
-        char kind;
-        std::string text;
-        size_t width;
-        const char* value;
-    } cases[] = {
-        // clang-format off
-        // No sign in a one-byte field; at the end even width 0 fails; a later blank ends a number.
-        {'u', "+0030", 5, "30"}, {'u', "0712", 2, "7"}, {'u', "+", 1, nullptr},
-        {'u', "1+2", 3, nullptr}, {'u', "-1", 2, nullptr}, {'u', "1 ", 2, nullptr},
-        {'u', "123", 4, nullptr}, {'u', "5", 0, "0"}, {'u', "", 0, nullptr},
-        {'s', "-12", 3, "-12"}, {'s', "12 ", 3, "12"}, {'s', "1 2", 3, "1"},
-        {'s', " 12", 3, nullptr}, {'s', "1x2", 3, nullptr},
-        {'t', "abc", 2, "ab"}, {'t', "ab", 3, nullptr}, {'t', "a", 0, ""}, {'t', "", 0, nullptr},
-        // clang-format on
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE("\"" + c.text + "\" width " + std::to_string(c.width));
-        StrategyFieldReader reader(c.text);
-        uint64_t unsignedValue = 99;
-        int64_t signedValue = 99;
+    // No sign in a one-byte field; at the end even width 0 fails; a later blank ends a number.
+    for (const auto& [kind, text, width, expected] :
+         std::vector<std::tuple<char, std::string, size_t, std::string>>{
+             // clang-format off
+             {'u', "+0030", 5, "30"}, {'u', "0712", 2, "7"}, {'u', "+", 1, "fail"},
+             {'u', "1+2", 3, "fail"}, {'u', "-1", 2, "fail"}, {'u', "1 ", 2, "fail"},
+             {'u', "123", 4, "fail"}, {'u', "5", 0, "0"}, {'u', "", 0, "fail"},
+             {'s', "-12", 3, "-12"}, {'s', "12 ", 3, "12"}, {'s', "1 2", 3, "1"},
+             {'s', " 12", 3, "fail"}, {'s', "1x2", 3, "fail"},
+             {'t', "abc", 2, "ab"}, {'t', "ab", 3, "fail"}, {'t', "a", 0, ""}, {'t', "", 0, "fail"}
+             // clang-format on
+         }) {
+        SCOPED_TRACE("\"" + text + "\" width " + std::to_string(width));
+        StrategyFieldReader reader(text);
+        uint64_t u = 99;
+        int64_t s = 99;
         std::string value;
-        const bool ok = c.kind == 'u'   ? reader.ReadUnsigned(c.width, unsignedValue)
-                        : c.kind == 's' ? reader.ReadSigned(c.width, signedValue)
-                                        : reader.ReadString(c.width, value);
-        if (c.kind != 't') {
-            value = c.kind == 'u' ? std::to_string(unsignedValue) : std::to_string(signedValue);
-        }
-        EXPECT_EQ(ok, c.value != nullptr);
-        EXPECT_EQ(ok ? value : "", c.value != nullptr ? c.value : "");
-        EXPECT_EQ(reader.Cursor(), ok ? c.width : 0u);
+        const bool ok = kind == 'u'   ? reader.ReadUnsigned(width, u)
+                        : kind == 's' ? reader.ReadSigned(width, s)
+                                      : reader.ReadString(width, value);
+        value = kind == 'u' ? std::to_string(u) : kind == 's' ? std::to_string(s) : value;
+        EXPECT_EQ(ok ? value : "fail", expected);
+        EXPECT_EQ(reader.Cursor(), ok ? width : 0u);
     }
 }
 

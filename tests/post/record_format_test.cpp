@@ -79,6 +79,15 @@ TEST_F(RecordFormatTest, QueryCases) {
         {"escaped names escaped twice", {{"content", "50% off"}}, X("content%3D50%2525%2Boff")},
         {"non-ASCII elsewhere once", {{"note", "\xC3\xA9"}}, X("note%3D%C3%A9")},
         {"atime beats ati", {{"ati", "1"}, {"atime", "2"}}, "ati=2&" + kBare},
+        {"short name after its long one wins",
+         {{"game_server", "l"}, {"gse", "s"}},
+         "gse=s&" + kBare},
+        {"long names are exact",
+         {{"duration", "5"}, {"Duration", "6"}},
+         "dur=5&" + X("Duration%3D6")},
+        {"brower_version is the long name",
+         {{"brower_version", "b"}, {"browser_version", "c"}},
+         "bve=b&" + X("browser_version%3Dc")},
         {"empty other value is harmless", {{"eid", "e"}, {"other", ""}}, X("eid%3De%26other%3D")},
     };
     for (const auto& c : cases) {
@@ -111,21 +120,6 @@ TEST_F(RecordFormatTest, CommonParamsMergeUnderTheRecord) {
     formatter.SetCommonParams({{"mid", ""}});  // an explicit empty device id replaces the old one
     formatter.SetCommonParams({{"pro", "r"}});
     EXPECT_EQ((ReportRecord{{"pro", "r"}}), formatter.GetCommonParams());
-}
-
-TEST_F(RecordFormatTest, TranslateParamNamesRewritesOnlyLongKeys) {
-    const struct {
-        ReportRecord in, out;
-    } cases[] = {
-        {{{"duration", "5"}, {"brower_version", "b"}, {"browser_version", "c"}},
-         {{"browser_version", "c"}, {"bve", "b"}, {"dur", "5"}}},
-        {{{"Duration", "5"}, {"eid", "e"}}, {{"Duration", "5"}, {"eid", "e"}}},
-        {{{"game_server", "long"}, {"gse", "short"}}, {{"gse", "short"}}},
-    };
-    for (auto c : cases) {
-        formatter.TranslateParamNames(c.in);
-        EXPECT_EQ(c.out, c.in);
-    }
 }
 
 TEST(EscapeParamValueTest, Cases) {

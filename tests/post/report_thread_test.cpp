@@ -158,38 +158,30 @@ TEST_F(ReportThreadTest, StartupSilenceSkippedRecordsAndSparePosts) {
     EXPECT_TRUE(impl.TakeSparePost().records.empty());
 }
 
-struct Finished {
-    ReportThreadImpl* impl;
-    int context;
-    std::vector<std::pair<uint32_t, void*>> results;
-};
-Finished* finishedState = nullptr;
+// What the completion callback saw: status and context of each finished post with a callback.
+std::vector<std::pair<uint32_t, void*>> finished;
 
 TEST_F(ReportThreadTest, FinishedPostsReachTheirCallbacksOnTheDeliveringThread) {
-    Finished state{&impl, 7, {}};
-    finishedState = &state;
     impl.AddStartupCall(
         [](void* argument) {
-            auto* state = static_cast<Finished*>(argument);
-            auto* withCallback = new ReportPost;
-            withCallback->callback = [](ReportResponed& response) {
-                finishedState->results.emplace_back(response.status, response.post->context);
+            auto* post = new ReportPost;
+            post->callback = [](ReportResponed& r) {
+                finished.emplace_back(r.status, r.post->context);
             };
-            withCallback->context = &state->context;
-            state->impl->FinishPost(withCallback, 15);
-            state->impl->FinishPost(new ReportPost, 0);
+            post->context = &finished;
+            static_cast<ReportThreadImpl*>(argument)->FinishPost(post, 15);
+            static_cast<ReportThreadImpl*>(argument)->FinishPost(new ReportPost, 0);
         },
-        &state);
+        &impl);
     Run();
     // Results wait for the host's thread; the worker never calls back itself.
     EXPECT_TRUE(qz_test::WaitUntil([&] {
         impl.DeliverResults();
-        return !state.results.empty();
+        return !finished.empty();
     }));
     impl.Stop(5000);
     impl.DeliverResults();
-    EXPECT_EQ((std::vector<std::pair<uint32_t, void*>>{{15, &state.context}}), state.results);
-    finishedState = nullptr;
+    EXPECT_EQ((std::vector<std::pair<uint32_t, void*>>{{15, &finished}}), finished);
 }
 
 }  // namespace

@@ -209,8 +209,13 @@ bool CReportConnect::SendOnce(Client& client, const CConnectData& data, int32_t 
     uint32_t status = 0;
     bool serverKeepAlive = false;
     // Only a complete 200 reply counts; what a collector writes in it plays no part.
-    const int result = client.Request(data.keepAlive, data.type == delivery::kPostType, target,
-                                      data.body, status, serverKeepAlive, quiet, response);
+    HttpRequest request;
+    request.path = target;
+    request.body = data.body;
+    request.post = data.type == delivery::kPostType;
+    request.keepAlive = data.keepAlive;
+    request.wantBody = quiet;
+    const int result = client.Request(request, status, serverKeepAlive, response);
     const bool sent = result == net::kResultOk;
     if (sent) {
         if (!serverKeepAlive && data.keepAlive) {

@@ -63,21 +63,19 @@ void BasicHttpClient<Transport>::SetResolverForTesting(net::Resolver newResolver
 }
 
 template <class Transport>
-int BasicHttpClient<Transport>::Request(bool keepAlive, bool post, const std::string& path,
-                                        const std::string& body, uint32_t& status,
-                                        bool& serverKeepAlive, bool wantBody,
-                                        std::string& responseBody) {
+int BasicHttpClient<Transport>::Request(const HttpRequest& request, uint32_t& status,
+                                        bool& serverKeepAlive, std::string& responseBody) {
     status = 0;
     serverKeepAlive = false;
     responseBody.clear();
 
-    int code = Connect(keepAlive);
+    int code = Connect(request.keepAlive);
     if (code == net::kResultOk) {
-        code = SendRequest(keepAlive, post, path, body);
+        code = SendRequest(request);
         port::Sleep(1);
     }
     if (code == net::kResultOk) {
-        code = ReceiveResponse(status, serverKeepAlive, wantBody, responseBody);
+        code = ReceiveResponse(status, serverKeepAlive, request.wantBody, responseBody);
         port::Sleep(1);
     }
     if (code != net::kResultOk) {
@@ -86,7 +84,7 @@ int BasicHttpClient<Transport>::Request(bool keepAlive, bool post, const std::st
         return code;
     }
     lastError = 0;
-    if (!(keepAlive && serverKeepAlive)) {
+    if (!(request.keepAlive && serverKeepAlive)) {
         Disconnect();
     }
     return net::kResultOk;
@@ -230,9 +228,8 @@ int BasicHttpClient<Transport>::ResolveDirectly() {
 }
 
 template <class Transport>
-int BasicHttpClient<Transport>::SendRequest(bool keepAlive, bool post, const std::string& path,
-                                            const std::string& body) {
-    const std::string text = BuildRequestText(keepAlive, post, path, body, host);
+int BasicHttpClient<Transport>::SendRequest(const HttpRequest& request) {
+    const std::string text = BuildRequestText(request, host);
     size_t sent = 0;
     uint32_t progress = Now();
     while (sent < text.size()) {
@@ -260,7 +257,7 @@ int BasicHttpClient<Transport>::SendRequest(bool keepAlive, bool post, const std
             port::Sleep(1);
         }
     }
-    if (keepAlive) {
+    if (request.keepAlive) {
         lastUse = Now();
     }
     return net::kResultOk;

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "net/constants.h"
+#include "net/http_message.h"
 #include "net/lookup.h"
 #include "net/plain_transport.h"
 #include "net/ticks.h"
@@ -57,18 +58,18 @@ class BasicHttpClient {
 
     // Connect, send, receive. Returns 0 when a complete response with status 200 arrived, else a
     // result code of net/constants.h. `status` and `serverKeepAlive` are set from any complete
-    // response (also one that gives net::kResultStatusNotOk); `responseBody` only with `wantBody`.
-    // The connection stays open only when `keepAlive` was asked for, the server answered
-    // "Connection: Keep-Alive" and the result is 0; any failure closes it and keeps the socket
-    // error in GetLastError.
-    int Request(bool keepAlive, bool post, const std::string& path, const std::string& body,
-                uint32_t& status, bool& serverKeepAlive, bool wantBody, std::string& responseBody);
+    // response (also one that gives net::kResultStatusNotOk); `responseBody` only when the
+    // request wants the body. The connection stays open only when the request asked for
+    // keep-alive, the server answered "Connection: Keep-Alive" and the result is 0; any failure
+    // closes it and keeps the socket error in GetLastError.
+    int Request(const HttpRequest& request, uint32_t& status, bool& serverKeepAlive,
+                std::string& responseBody);
 
     // The steps of Request. Connect reuses an open connection when `keepAlive` is set and it
     // has been idle for less than the keep-alive limit; it does not check that the peer still
     // holds it.
     int Connect(bool keepAlive);
-    int SendRequest(bool keepAlive, bool post, const std::string& path, const std::string& body);
+    int SendRequest(const HttpRequest& request);
     int ReceiveResponse(uint32_t& status, bool& serverKeepAlive, bool wantBody,
                         std::string& responseBody);
     // Closes the connection, if any: shuts the sending side, drains what the peer still sends

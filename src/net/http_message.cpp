@@ -171,8 +171,10 @@ bool ParseResponse(const std::string& response, int& code, HttpResponseState& st
     }
 }
 
-std::string BuildRequestText(bool keepAlive, bool post, const std::string& path,
-                             const std::string& body, const std::string& host) {
+std::string BuildRequestText(const HttpRequest& request, const std::string& host) {
+    const std::string& path = request.path;
+    const std::string& body = request.body;
+    const bool post = request.post;
     std::string text = post ? "POST " : "GET ";
     if (path.empty() || (path[0] != '/' && path[0] != '\\')) {
         text += "/";
@@ -181,7 +183,7 @@ std::string BuildRequestText(bool keepAlive, bool post, const std::string& path,
     text += " HTTP/1.1\r\n";
     text += "Accept: */*\r\n";
     text += "Content-Type: application/octet-stream\r\n";
-    text += keepAlive ? "Connection: Keep-Alive\r\n" : "Connection: Close\r\n";
+    text += request.keepAlive ? "Connection: Keep-Alive\r\n" : "Connection: Close\r\n";
     text += "Host: " + host + "\r\n";
     text += "Cache-Control: no-cache\r\n";
     if (post && !body.empty()) {

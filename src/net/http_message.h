@@ -29,9 +29,17 @@ struct HttpResponseState {
 // chunked encoding.
 bool ParseResponse(const std::string& response, int& code, HttpResponseState& state);
 
+// What one request asks for.
+struct HttpRequest {
+    std::string path;
+    std::string body;        // the content of a POST; a GET sends none
+    bool post = false;       // POST, else GET
+    bool keepAlive = false;  // asks the server to keep the connection open
+    bool wantBody = false;   // keeps the reply body for the caller
+};
+
 // The whole request as it goes on the wire. A GET carries no body and "Content-Length: 0"
 // whatever `body` holds; "Host:" never carries the port.
-std::string BuildRequestText(bool keepAlive, bool post, const std::string& path,
-                             const std::string& body, const std::string& host);
+std::string BuildRequestText(const HttpRequest& request, const std::string& host);
 
 }  // namespace qzdata_report_kelvo

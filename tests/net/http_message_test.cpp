@@ -18,7 +18,7 @@ TEST(BuildRequestTextTest, GetDropsTheBodyAndThePathGainsASlash) {
         {false, false, "\\raw", "", "GET \\raw", "Content-Length: 0\r\n\r\n"},
         {false, true, "/up", "hello", "POST /up", "Content-Length: 5\r\n\r\nhello"}};
     for (const auto& [keepAlive, post, path, body, requestLine, tail] : cases) {
-        EXPECT_EQ(BuildRequestText(keepAlive, post, path, body, "127.0.0.1"),
+        EXPECT_EQ(BuildRequestText(HttpRequest{path, body, post, keepAlive, false}, "127.0.0.1"),
                   requestLine +
                       " HTTP/1.1\r\nAccept: */*\r\nContent-Type: application/octet-stream\r\n" +
                       (keepAlive ? "Connection: Keep-Alive\r\n" : "Connection: Close\r\n") +

@@ -40,7 +40,8 @@ struct Reply {
     template <class Client>
     explicit Reply(Client& client, bool keepAlive = false, bool post = false,
                    const std::string& path = "/", const std::string& text = "")
-        : code(client.Request(keepAlive, post, path, text, status, serverKeepAlive, true, body)) {}
+        : code(client.Request(HttpRequest{path, text, post, keepAlive, true}, status,
+                              serverKeepAlive, body)) {}
     uint32_t status = 0;
     bool serverKeepAlive = false;
     std::string body;
@@ -71,7 +72,7 @@ class ClientTest : public ::testing::Test, public port::EnvWrapper {
         Serve(std::move(reset));
         ASSERT_EQ(client.Connect(false), 0);
         ASSERT_TRUE(WaitUntil([&] { return server->FinishedCount() == 1; }));
-        EXPECT_EQ(client.SendRequest(false, false, "/", ""), failed);
+        EXPECT_EQ(client.SendRequest(HttpRequest{"/", "", false, false, false}), failed);
         client.Disconnect();
         Serve(std::move(stall));
         EXPECT_EQ(Reply(client, false, true, "/up", std::string(32u << 20, 'p')).code, timedOut);

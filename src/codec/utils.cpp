@@ -160,7 +160,6 @@ void BuildSignedQuery(const std::string& extra, const std::string& act, std::str
 
 bool BuildGifUrl(const std::string& extra, const std::string& act, std::string& path,
                  std::string& query, std::string& guid, int64_t& time) {
-    time = -1;
     guid = FormatGuidText();
     time = port::Time64();
     BuildSignedQuery(extra, act, query, guid, time, false);

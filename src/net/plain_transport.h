@@ -4,7 +4,6 @@
 #include <cstdint>
 
 #include "net/constants.h"
-#include "net/ticks.h"
 #include "port/socket_api.h"
 
 namespace qzdata_report_kelvo {

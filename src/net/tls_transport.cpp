@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "net/ticks.h"
 #include "port/env.h"
 
 namespace qzdata_report_kelvo {

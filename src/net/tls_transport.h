@@ -6,7 +6,6 @@
 #include <cstdint>
 
 #include "net/constants.h"
-#include "net/ticks.h"
 #include "net/tls_library.h"
 #include "port/socket_api.h"
 

@@ -204,15 +204,17 @@ bool CReportConnect::SendOnce(Client& client, const CConnectData& data, int32_t 
             stats.AddRetry();
         }
     }
-    const std::string target = BuildTarget(data, attempt, context->GetSdkVersion());
 
     uint32_t status = 0;
     bool serverKeepAlive = false;
     // Only a complete 200 reply counts; what a collector writes in it plays no part.
     HttpRequest request;
-    request.path = target;
-    request.body = data.body;
+    request.path = BuildTarget(data, attempt, context->GetSdkVersion());
     request.post = data.type == delivery::kPostType;
+    if (request.post) {
+        // A GET carries its body in the target already.
+        request.body = data.body;
+    }
     request.keepAlive = data.keepAlive;
     request.wantBody = quiet;
     const int result = client.Request(request, status, serverKeepAlive, response);

@@ -104,6 +104,15 @@ struct SessionInfo {
     std::string trace_id;
 };
 
+// Context of the info-data reports (PostCustomInfo, PostErrorInfo). An empty `game` or
+// `game_server` is sent as "default"; an empty `referrer` or `passport` is left out.
+struct InfoCData {
+    std::wstring game;
+    std::wstring game_server;
+    std::wstring referrer;
+    std::wstring passport;
+};
+
 // --- Lifecycle ---------------------------------------------------------------------------------
 
 // Sets the library up. `url`, `dty` and `pro` must not be empty and `heartbeatInterval` must be
@@ -152,6 +161,15 @@ QZ_EXPORT DataReportPriority GetDefaultPostPriority();
 // The collector URL of all reports but the raw ones; must not change while reports are made.
 QZ_EXPORT void SetDefaultUrl(const std::wstring& url);
 QZ_EXPORT std::wstring GetDefaultUrl();
+
+// --- Session information ----------------------------------------------------------------------
+
+// Makes `info` the common fields of every record sent from now on (with the machine id once it
+// is known), replacing what an earlier call gave. False when `channel`, `run_source` or `iver`
+// is empty. May be called before Init. InitSessionInfo does the same without telling the older
+// library.
+QZ_EXPORT bool PostSessionInfo(const SessionInfo& info);
+QZ_EXPORT bool InitSessionInfo(const SessionInfo& info);
 
 // --- Raw reports: records the host made ----------------------------------------------------------
 
@@ -215,6 +233,100 @@ QZ_EXPORT bool PostSimpleEvent(const char* eid, const char* sub1, const char* su
 QZ_EXPORT bool SendSimpleEvent(const char* eid, const char* sub1, const char* sub2,
                                const char* desc, int dur);
 
+// --- URL and game events ------------------------------------------------------------------------
+// A URL event has the path kind/reversed host/escaped path, e.g. "OpenUrl/cc.bb.aa/.2fx.2fy" for
+// http://aa.bb.cc/x/y?q; the query plays no part. A host of the scheme "chrome" or "tze" is
+// prefixed "local.". False for a null URL, a text that is no absolute URL, or a part that cannot
+// be converted. The narrow forms read `url` in `codePage` (0: the system's, 65001: UTF-8).
+
+QZ_EXPORT bool PostOpenUrlEvent(const wchar_t* url);
+QZ_EXPORT bool PostOpenUrlEvent(const char* url, unsigned int codePage);
+QZ_EXPORT bool SendOpenUrlEvent(const wchar_t* url);
+QZ_EXPORT bool SendOpenUrlEvent(const char* url, unsigned int codePage);
+// As PostOpenUrlEvent with `kind` as the first segment; false for a null `kind`.
+QZ_EXPORT bool PostReportUrlEvent(const wchar_t* url, const char* kind);
+QZ_EXPORT bool PostReportUrlEvent(const char* url, const char* kind, unsigned int codePage);
+
+// Path `name`/host/escaped path/`suffix` of the UTF-8 `url` (the host as it stands), with
+// duration `dur`. False for a null `name`, `url` or `suffix`, or a `dur` below 0.
+QZ_EXPORT bool PostUrlWithDur(const char* name, const char* url, const char* suffix, int dur,
+                              const char* desc);
+QZ_EXPORT bool SendUrlWithDur(const char* name, const char* url, const char* suffix, int dur,
+                              const char* desc);
+
+// SendEventWithSrc with the path eid/src/GameID=g/ServerID=s/From=f[_TraceId=t], where every "/"
+// of `from` becomes "_". False for a null or empty `eid`.
+QZ_EXPORT bool SendEventWithGameInfo(const char* eid, const char* src, const std::wstring& gameId,
+                                     const std::wstring& serverId, const std::wstring& from,
+                                     const std::wstring& traceId);
+
+// --- Info-data reports
+// ---------------------------------------------------------------------------- Custom events from
+// wide text (converted to UTF-8); they never reach the older library. `info` may be null (all
+// fields empty). Each adds the keys "fla" = "Y", "jav" = "1", "coo" = "1" and "nve" = "1.0" unless
+// said otherwise.
+
+// Event id `name` (empty for null) with "gam", "gse", "pas" and "ref" from `info`.
+QZ_EXPORT bool PostCustomInfo(const InfoCData* info, const wchar_t* name);
+// Event id "error" with the two codes in unsigned decimal and `content` (may be null).
+QZ_EXPORT bool PostErrorInfo(const InfoCData* info, unsigned long errorCode,
+                             unsigned long subErrorCode, const wchar_t* content);
+// Event id "click" with "gam" and "pid"; false when either is null or empty.
+QZ_EXPORT bool PostActionInfo(const wchar_t* game, const wchar_t* pid);
+// Event id "fail" with "step", "is_numerator" ("Y" when `isNumerator` is not 0), "error_code",
+// and "fla" the opposite of "is_numerator"; no other fixed keys. False for a null or empty `step`.
+QZ_EXPORT bool PostFailInfo(const wchar_t* step, int isNumerator, const wchar_t* errorCode,
+                            const wchar_t* content);
+// Event id "timer" with "step_group" and "fla" = "Y"; false for a null or empty `stepGroup`.
+QZ_EXPORT bool PostTimerInfo(const wchar_t* stepGroup);
+// Timed events: notes the start of `name` (not null); works before Init. Always true.
+QZ_EXPORT bool PostEventStart(const wchar_t* name);
+// Sends the event `name` with the milliseconds since its start (the start stays for later
+// calls); "showup" keeps its duration under 10 s by taking it modulo 10000. False when `name`
+// never started. `desc` must not be null. Call both from one thread.
+QZ_EXPORT bool PostEventDurEnd(const wchar_t* name, const wchar_t* desc);
+
+// --- Value store
+// ---------------------------------------------------------------------------------- Three
+// process-wide maps of named values for the host; nothing is saved. No lock: keep the calls on one
+// thread. Getters of an unknown key return empty (GetDWORD: false, `value` untouched).
+
+QZ_EXPORT void SetValue(const std::string& key, const std::string& value);
+QZ_EXPORT std::string GetValue(const std::string& key);
+QZ_EXPORT void SetWideValue(const std::string& key, const std::wstring& value);
+QZ_EXPORT std::wstring GetWideValue(const std::string& key);
+// DWORD values are kept as 32-bit numbers: larger values are cut to their low 32 bits.
+QZ_EXPORT void SetDWORD(const std::string& key, unsigned long value);
+QZ_EXPORT bool GetDWORD(const std::string& key, unsigned long& value);
+
+// --- Machine id -----------------------------------------------------------------------------------
+// The machine id ("mid") is resolved once per process on the library's worker: the value kept
+// for this user, or one derived from the hardware and kept.
+
+// Makes `id` the machine id (an empty text counts as known), so that nothing is probed or read.
+// False after Run, or once the id is known.
+QZ_EXPORT bool SetMachineId(const std::string& id);
+// The machine id if known, else empty; never blocks.
+QZ_EXPORT std::string TryGetMachineId();
+// After Run: waits up to `timeoutMs` (0: not at all) for the worker to know the id, then as
+// TryGetMachineId. Before Run: resolves the id on the calling thread, ignoring the time-out.
+QZ_EXPORT std::string GetMachineIdTimeout(unsigned int timeoutMs);
+// `callback` runs once with the id, on the library's timer thread, once it is known. Call before
+// Run; the call takes no lock.
+QZ_EXPORT void AddMachineIdCallback(MachineIdCallback callback, void* context);
+
+// The name of the operating system, e.g. "Linux6.1" (free of blanks, "&" and "=").
+QZ_EXPORT std::string GetOsPlatformVersion();
+
+// --- Not-sent reports
+// -----------------------------------------------------------------------------
+
+// Call after Exit: writes the reports the library still holds to the file at `path` and lets
+// them go; the next run that names `path` in Init posts them and deletes the file. True also
+// when there was nothing to write (no file is then touched). False before Init, for an empty
+// path, or when the file cannot be written (reports not yet written stay in memory).
+QZ_EXPORT bool PackNotSent(const std::wstring& path);
+
 }  // namespace qzdata_report_kelvo
 
 namespace qzdata_report_kelvo_internal {
@@ -231,5 +343,13 @@ QZ_EXPORT bool QZW2A(const std::wstring& source, std::string& target, unsigned i
 // scanning left to right; replaced text is never searched again. `from` must not be empty.
 QZ_EXPORT void StrReplace(std::string& target, const std::string& source, const std::string& from,
                           const std::string& to);
+
+// The second-generation machine id computed afresh from the hardware (no stored value is read or
+// written): 32 lower-case hex digits. Blocks while the probes run (up to about 3 s more).
+QZ_EXPORT std::string GetMachineId();
+// The operating system's name, as qzdata_report_kelvo::GetOsPlatformVersion.
+QZ_EXPORT std::string GetOsPlatformVersion();
+// The hardware addresses of the network adapters as one text (part of the machine id).
+QZ_EXPORT std::string getMacAllInfo();
 
 }  // namespace qzdata_report_kelvo_internal

@@ -22,6 +22,42 @@ inline constexpr char kRecordKeyEid[] = "eid";
 inline constexpr char kRecordKeyEidDesc[] = "eid_desc";
 inline constexpr char kRecordKeyContent[] = "content";
 
+// Record keys of the session information.
+inline constexpr char kRecordKeyIver[] = "ive";
+inline constexpr char kRecordKeyChannel[] = "cha";
+inline constexpr char kRecordKeyRunSource[] = "rso";
+inline constexpr char kRecordKeyChannelDesc[] = "channel_desc";
+inline constexpr char kRecordKeyPassport[] = "pas";
+inline constexpr char kRecordKeyTzuid[] = "tzuid";
+inline constexpr char kRecordKeyRunSourceDesc[] = "rso_desc";
+inline constexpr char kRecordKeyReferrer[] = "ref";
+inline constexpr char kRecordKeyRefDesc[] = "ref_desc";
+inline constexpr char kRecordKeyUver[] = "uve";
+inline constexpr char kRecordKeyBrowserVersion[] = "bve";
+inline constexpr char kRecordKeyLanguage[] = "lla";
+inline constexpr char kRecordKeyOs[] = "os";
+inline constexpr char kRecordKeyScreenColor[] = "sco";
+inline constexpr char kRecordKeyScreenResolution[] = "sre";
+inline constexpr char kRecordKeyMachine[] = "machine";
+inline constexpr char kRecordKeyNetType[] = "net_type";
+inline constexpr char kRecordKeySessionType[] = "session_type";
+inline constexpr char kRecordKeyGame[] = "gam";
+inline constexpr char kRecordKeyGameServer[] = "gse";
+inline constexpr char kRecordKeyMpassport[] = "mpassport";
+inline constexpr char kRecordKeyTraceId[] = "trace_id";
+
+// Record keys of the info-data reports.
+inline constexpr char kRecordKeyPid[] = "pid";
+inline constexpr char kRecordKeyErrorCode[] = "error_code";
+inline constexpr char kRecordKeySubErrorCode[] = "sub_error_code";
+inline constexpr char kRecordKeyStep[] = "step";
+inline constexpr char kRecordKeyIsNumerator[] = "is_numerator";
+inline constexpr char kRecordKeyStepGroup[] = "step_group";
+inline constexpr char kRecordKeyFla[] = "fla";
+inline constexpr char kRecordKeyJav[] = "jav";
+inline constexpr char kRecordKeyCoo[] = "coo";
+inline constexpr char kRecordKeyNve[] = "nve";
+
 // The action of event records, and of any record that names none.
 inline constexpr char kEventAction[] = "zhwebevent";
 

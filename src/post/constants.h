@@ -74,5 +74,12 @@ inline constexpr const char* kEscapedParamNames[] = {
     "content", "rso_desc", "eid_desc", "channel_desc", "ref_desc",
 };
 
+// Not-sent pack file: "tzdr" read as a little-endian 32-bit value, and the fixed sizes of the
+// file header (magic, post count) and of an entry header (URL bytes, flag, 3 padding bytes,
+// record count).
+inline constexpr uint32_t kPackMagic = 0x72647A74;
+inline constexpr size_t kPackHeaderSize = 8;
+inline constexpr size_t kPackEntryHeaderSize = 12;
+
 }  // namespace post
 }  // namespace qzdata_report_kelvo

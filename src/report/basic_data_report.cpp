@@ -2,9 +2,11 @@
 
 #include "codec/text.h"
 #include "codec/wire_names.h"
-#include "identity/hardware_id_store.h"
+#include "identity/machine_id_store.h"
+#include "library_version.h"
 #include "port/env.h"
 #include "post/report_thread.h"
+#include "post/text_conversion.h"
 #include "report/event_ids.h"
 #include "report/event_text.h"
 #include "report/record_builder.h"
@@ -36,6 +38,11 @@ void BasicDataReport<Worker>::MachineIdStartupTask(void* object) {
     self->GetMachineId();
     self->RefreshSessionInfo();
     self->PublishMachineId();
+}
+
+template <class Worker>
+void BasicDataReport<Worker>::SessionTimerProc(void* object) {
+    static_cast<BasicDataReport*>(object)->RefreshSessionInfo();
 }
 
 template <class Worker>
@@ -387,6 +394,21 @@ bool BasicDataReport<Worker>::SendErrorEvent(const char* eid, const char* conten
 }
 
 template <class Worker>
+bool BasicDataReport<Worker>::SetMachineId(const std::string& id) {
+    if (this->GetObjectState() >= kRunning || machineIdReady.load(std::memory_order_acquire)) {
+        return false;
+    }
+    machineId = id;
+    machineIdReady.store(true, std::memory_order_release);
+    return true;
+}
+
+template <class Worker>
+void BasicDataReport<Worker>::AddMachineIdCallback(MachineIdCallback callback, void* context) {
+    machineIdCallbacks.emplace_back(callback, context);
+}
+
+template <class Worker>
 std::string BasicDataReport<Worker>::TryGetMachineId() {
     return machineIdReady.load(std::memory_order_acquire) ? machineId : std::string();
 }
@@ -433,6 +455,93 @@ void BasicDataReport<Worker>::RefreshSessionInfo() {
     }
     this->reportThread.SetCommonParams(record);
     sessionApplied.store(true, std::memory_order_release);
+}
+
+template <class Worker>
+bool BasicDataReport<Worker>::PostSessionInfo(const SessionInfo& info) {
+    if (info.channel.empty() || info.run_source.empty() || info.iver.empty()) {
+        return false;
+    }
+    std::string channel;
+    std::string runSource;
+    ReplaceText(channel, info.channel, report::kOtherChannel, report::kOtherChannelReplacement);
+    ReplaceText(runSource, info.run_source, report::kOtherChannel,
+                report::kOtherChannelReplacement);
+
+    std::vector<ReportRecord> records(1);
+    {
+        RecordBuilder record(records.front());
+        AddEventKeys(record);
+        const auto addGiven = [&record](const char* key, const std::string& value) {
+            if (!value.empty()) {
+                record.Add(key, value);
+            }
+        };
+        record.Add(wire::kRecordKeyIver, info.iver);
+        record.Add(wire::kRecordKeyChannel, channel);
+        record.Add(wire::kRecordKeyRunSource, runSource);
+        addGiven(wire::kRecordKeyChannelDesc, info.channel_desc);
+        addGiven(wire::kRecordKeyPassport, info.passport);
+        addGiven(wire::kRecordKeyTzuid, info.tzuid);
+        addGiven(wire::kRecordKeyRunSourceDesc, info.rso_desc);
+        addGiven(wire::kRecordKeyReferrer, info.referrer);
+        addGiven(wire::kRecordKeyRefDesc, info.ref_desc);
+        addGiven(wire::kRecordKeyUver, info.uver);
+        record.Add(wire::kRecordKeySdkVersion, version::kSdkVersion);
+        addGiven(wire::kRecordKeyBrowserVersion, info.brower_version);
+        addGiven(wire::kRecordKeyLanguage, info.local_language);
+        addGiven(wire::kRecordKeyOs, info.os);
+        addGiven(wire::kRecordKeyScreenColor, info.screen_color);
+        addGiven(wire::kRecordKeyScreenResolution, info.screen_resolution);
+        addGiven(wire::kRecordKeyMachine, info.machine);
+        addGiven(wire::kRecordKeyNetType, info.net_type);
+        addGiven(wire::kRecordKeySessionType, info.session_type);
+        addGiven(wire::kRecordKeyGame, info.game);
+        addGiven(wire::kRecordKeyGameServer, info.game_server);
+        if (info.report_time) {
+            record.Add(wire::kRecordKeyTime, FormatEventTime());
+        }
+        addGiven(wire::kRecordKeyMpassport, info.mpassport);
+        addGiven(wire::kRecordKeyTraceId, info.trace_id);
+        if (machineIdReady.load(std::memory_order_acquire)) {
+            record.Add(wire::kRecordKeyDeviceId, machineId);
+        }
+    }
+    {
+        CScopedLock lock(sessionLock);
+        if (sessionTimer == 0) {
+            sessionTimer = this->timers.SetTimer(this->window, report::kSessionIntervalMs,
+                                                 &BasicDataReport::SessionTimerProc, this);
+        }
+        sessionRecords = records;
+        this->reportThread.SetCommonParams(records.front());
+        sessionApplied.store(true, std::memory_order_release);
+    }
+    RefreshSessionInfo();
+    this->reportThread.SetAccountInfo(info.passport, info.tzuid, channel, info.iver);
+    return true;
+}
+
+template <class Worker>
+void BasicDataReport<Worker>::PostEventStart(const std::wstring& name) {
+    eventStarts[name] = port::GetTickCount();
+}
+
+template <class Worker>
+bool BasicDataReport<Worker>::PostEventDurEnd(const std::wstring& name, const std::wstring& desc) {
+    const uint32_t now = port::GetTickCount();
+    const auto start = eventStarts.find(name);
+    if (start == eventStarts.end()) {
+        return false;
+    }
+    uint32_t dur = now - start->second;
+    // A showup measured across a long pause is kept below ten seconds on purpose.
+    if (dur > report::kShowupModuloMs && name == report::kShowupEventName) {
+        dur %= report::kShowupModuloMs;
+    }
+    // Durations of 2^31 ms and more arrive negative and are left out of the record.
+    return SendCustomEvent(WideToUtf8(name), WideToUtf8(desc), std::string(), static_cast<int>(dur),
+                           true);
 }
 
 template <class Worker>

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -65,6 +66,12 @@ class BasicDataReport : public BasicDataReportBase<Worker> {
                                     const std::string& content, int dur, bool ati,
                                     const ReportRecord& extra);
     virtual bool SendErrorEvent(const char* eid, const char* content, const char* subEid);
+    // Before Run, while the id is unknown: makes `id` the machine id, so that nothing is probed
+    // or read. False otherwise.
+    virtual bool SetMachineId(const std::string& id);
+    // `callback` runs once on the timer thread when the id is known. Host thread before Run, or
+    // the timer thread; no lock.
+    virtual void AddMachineIdCallback(MachineIdCallback callback, void* context);
     // The machine id if known, else empty; never blocks.
     virtual std::string TryGetMachineId();
     // Polls for the machine id up to `timeoutMs` (0: no wait), then TryGetMachineId.
@@ -72,6 +79,18 @@ class BasicDataReport : public BasicDataReportBase<Worker> {
     // Blocking: resolves the machine id once (worker start-up); later calls return it at once.
     virtual std::string GetMachineId();
     virtual void PostHeartBeatEvent();
+    // Makes `info` the session record: its keys become the common parameters of every record
+    // (with "mid" once the machine id is known) and its account facts reach the delivery engine.
+    // Sets the four-hour session timer at the first call. False when `channel`, `run_source` or
+    // `iver` is empty. Any thread, also before Init.
+    virtual bool PostSessionInfo(const SessionInfo& info);
+    // Timed events, from one host thread: notes the start of `name` (an earlier start of the
+    // name is replaced); works before Init.
+    virtual void PostEventStart(const std::wstring& name);
+    // SendCustomEvent of `name` with the milliseconds since its start (a 32-bit difference; a
+    // "showup" over 10 s is taken modulo 10000). The start stays. False when `name` never
+    // started.
+    virtual bool PostEventDurEnd(const std::wstring& name, const std::wstring& desc);
     // Puts the machine id into the last session record and makes it the common parameters.
     virtual void RefreshSessionInfo();
     virtual std::string GetSessionId();
@@ -117,6 +136,7 @@ class BasicDataReport : public BasicDataReportBase<Worker> {
     std::vector<ReportRecord> sessionRecords;  // guarded by sessionLock
     std::atomic<bool> sessionApplied{false};
     std::vector<std::pair<MachineIdCallback, void*>> machineIdCallbacks;
+    std::map<std::wstring, uint32_t> eventStarts;  // one host thread
     std::atomic<uint32_t> eventMask{report::kDefaultEventMask};
     std::atomic<bool> outputDebugString{false};
     std::atomic<int> defaultPriority{kPriorityImmediate};
@@ -126,6 +146,7 @@ class BasicDataReport : public BasicDataReportBase<Worker> {
     static void HeartbeatTimerProc(void* object);
     static void PumpTimerProc(void* object);
     static void MachineIdStartupTask(void* object);
+    static void SessionTimerProc(void* object);
     bool Traced() const { return outputDebugString.load(std::memory_order_relaxed); }
 };
 

@@ -1,8 +1,11 @@
 #include "report/basic_data_report_base.h"
 
+#include <algorithm>
 #include <iterator>
 
+#include "port/file_stream.h"
 #include "post/constants.h"
+#include "post/not_sent_pack.h"
 #include "post/report_thread.h"
 
 namespace qzdata_report_kelvo {
@@ -205,10 +208,53 @@ void BasicDataReportBase<Worker>::FlushBucket(DataReportPriority priority) {
     bucket.clear();
 }
 
+namespace {
+
+// Writes the posts from the front of `posts` until one fails, and lets go of those written.
+template <class Posts>
+bool PackPosts(post::NotSentPackWriter& writer, Posts& posts) {
+    auto next = posts.begin();
+    while (next != posts.end() && writer.Write(next->url, next->flag, next->records)) {
+        ++next;
+    }
+    const bool all = next == posts.end();
+    posts.erase(posts.begin(), next);
+    return all;
+}
+
+}  // namespace
+
+template <class Worker>
+bool BasicDataReportBase<Worker>::PackNotSent(const std::wstring& path) {
+    if (GetObjectState() < kInitialised || path.empty()) {
+        return false;
+    }
+    CScopedLock lock(queueLock);
+    const auto buckets = priorityQueues.begin();
+    const auto bucketsEnd = buckets + maxPriority + 1;
+    // Posts whose load is not complete count here, so that such a call still leaves a file.
+    if (std::all_of(buckets, bucketsEnd, [](const auto& bucket) { return bucket.empty(); }) &&
+        notSentPosts.empty() && loadedPosts.empty()) {
+        return true;
+    }
+    post::NotSentPackWriter writer;
+    if (!writer.Open(path)) {
+        return false;
+    }
+    bool written = true;
+    for (auto bucket = buckets; written && bucket != bucketsEnd; ++bucket) {
+        written = PackPosts(writer, *bucket);
+    }
+    written = written && PackPosts(writer, notSentPosts) &&
+              (!loadedPostsReady.load(std::memory_order_acquire) || PackPosts(writer, loadedPosts));
+    return writer.Close() && written;
+}
+
 template <class Worker>
 void BasicDataReportBase<Worker>::LoadNotSent() {
-    // The not-sent file of the last run is read by its own loader; without one there is nothing
-    // to take in, and the pump need not wait.
+    if (post::ReadNotSentPack(notSentPath, loadedPosts)) {
+        port::RemoveFile(notSentPath);
+    }
     loadedPostsReady.store(true, std::memory_order_release);
 }
 

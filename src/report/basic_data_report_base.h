@@ -72,7 +72,16 @@ class BasicDataReportBase {
     virtual bool FlushWithPriority(DataReportPriority priority);
     // Hands all six buckets to the worker.
     virtual void Flush();
-    // Worker start-up task: takes in the not-sent file of the last run.
+    // Writes the posts still held to a new pack file at `path` and lets each go once it is
+    // written: the buckets up to the maximum priority, then the not-sent posts, then the loaded
+    // posts if their load is complete. True when all were written, and also when nothing is
+    // held (no file is touched then). False in state 0, for an empty path, or when the file
+    // cannot be written: it then counts the posts written before the failure, and the others
+    // stay held. Host's thread, after Exit: the loaded posts are shared with the pump.
+    virtual bool PackNotSent(const std::wstring& path);
+    // Worker start-up task: reads the pack file at the path given to Init into the loaded posts
+    // and deletes it, unless it did not open or was no pack (too short, another magic); then
+    // lets the pump re-post them.
     virtual void LoadNotSent();
     // The switch that turns the older library off; read anew at every export.
     virtual bool IsStopOldSdk();

@@ -31,6 +31,14 @@ inline constexpr char kEndupEid[] = "endup";
 inline constexpr char kHeartbeatEid[] = "heartbeat";
 inline constexpr char kErrorEidPrefix[] = "error/";
 
+// Session information: the word replaced in the channel and run source, and its replacement.
+inline constexpr char kOtherChannel[] = "OTHER";
+inline constexpr char kOtherChannelReplacement[] = "null";
+
+// Timed events: the one name whose long durations wrap below this bound.
+inline constexpr wchar_t kShowupEventName[] = L"showup";
+inline constexpr uint32_t kShowupModuloMs = 10000;
+
 // Byte limits of event fields, cut without regard for characters.
 inline constexpr size_t kMaxEidBytes = 99;
 inline constexpr size_t kMaxDescBytes = 254;

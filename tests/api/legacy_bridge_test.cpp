@@ -58,7 +58,10 @@ const std::vector<ExportCase> cases = {
     AS_WRITTEN(SendEventWithInt("a", 7, "a/7"), {{"eid", "a/7"}}),
     AS_WRITTEN(PostSimpleEvent("a", "", "c", nullptr, -1), {{"eid", "a/c"}}),
     AS_WRITTEN(PostSimpleEvent("a", nullptr, nullptr, nullptr, -7), {{"eid", "a"}}),
-    AS_WRITTEN(SendSimpleEvent("a", "b", "c", nullptr, 8), {{"eid", "a/b/c"}, {"dur", "8"}})};
+    AS_WRITTEN(SendSimpleEvent("a", "b", "c", nullptr, 8), {{"eid", "a/b/c"}, {"dur", "8"}}),
+    HEARS(PostSessionInfo(SessionInfo()), "PostSessionInfo()"), AS_WRITTEN(SetMachineId("m")),
+    AS_WRITTEN(SetValue("k", "v")), AS_WRITTEN(SetWideValue("k", L"w")),
+    HEARS(SetDWORD("k", 5ul), "SetDWORD(\"k\", 5)")};
 
 // The whole life of the process-wide object through the exports, with the fake as the legacy
 // library. Until the server turns the older library off, each export calls its legacy function

@@ -15,6 +15,7 @@
 #include "delivery/dispatch_table.h"
 #include "delivery/report_connect.h"
 #include "delivery/report_context.h"
+#include "identity/hardware_id_store.h"
 #include "library_version.h"
 #include "port/env.h"
 #include "qzdata_report.h"
@@ -256,9 +257,14 @@ TEST(EndToEndTest, AnEventReachesTheCollectorSignedAndTheStrategyEndsTheLegacyCa
     qz_fake_legacy::Take();
     ReportThreadImpl& worker = GetReportObject()->GetReportThread();
     worker.GetReportContext()->GetStrategy().SetRoutingForTesting(LoopbackRouting(peer.port(), {}));
-    worker.SetCommonParams({{"mid", "ABC"}, {"pro", "demo"}});
+    // Session information given before Run reaches every record that follows.
+    SessionInfo info;
+    info.channel = "OTHER";
+    info.run_source = "rs";
+    info.iver = "9";
 
     ASSERT_TRUE(Init(L"http://collector.test/", "D", "demo", 60000, nullptr, L"", 7, false));
+    ASSERT_TRUE(PostSessionInfo(info));
     qzdata_report_kelvo::Run();
     EXPECT_THAT(qz_fake_legacy::Take(), Contains(StartsWith("Run(")));
     // The good blob turns the switch on: the next export leaves the legacy library alone.
@@ -270,8 +276,10 @@ TEST(EndToEndTest, AnEventReachesTheCollectorSignedAndTheStrategyEndsTheLegacyCa
     Exit(true, 5000);  // the worker stops the engine, whose drain sends what it holds
     SetLegacyFunctionsForTesting(nullptr);
 
+    std::string hardwareId;
+    HardwareIdStore::Instance().Get(hardwareId);
     // GET <path>&EC=1&action=<id>&sdkver=<version>&key=<key>&time=<time>&<query> HTTP/1.1,
-    // with key = MD5(action + time + salt). The hardware id is empty until the probes exist.
+    // with key = MD5(action + time + salt).
     const std::vector<std::string> sent = peer.Received();
     const auto record = std::find_if(sent.begin(), sent.end(), Matches(HasSubstr("eid%3Dclick")));
     ASSERT_NE(record, sent.end());
@@ -280,13 +288,28 @@ TEST(EndToEndTest, AnEventReachesTheCollectorSignedAndTheStrategyEndsTheLegacyCa
     const std::string time = line.substr(timeAt, line.find('&', timeAt) - timeAt);
     Md5Context key;
     key.Start("zhwebevent" + time + deployment::kRequestSalt);
-    EXPECT_EQ(line,
-              "GET /c.gif?act=zhwebevent&smkdata=0&EC=1&action=" + line.substr(idAt, 32) +
-                  "&sdkver=" + version::kSdkVersion + "&key=" + key.HexDigest() + "&time=" + time +
-                  "&kelvo_mid=&mid=ABC&pro=demo&extra=dty%3DD%26eid%3Dclick%26eid_desc%3Da%2Bb"
-                  "%26sdk_ver%3D" +
-                  version::kSdkVersion + "%26session_id%3D" + GetSessionId() + " HTTP/1.1");
+    EXPECT_EQ(line, "GET /c.gif?act=zhwebevent&smkdata=0&EC=1&action=" + line.substr(idAt, 32) +
+                        "&sdkver=" + version::kSdkVersion + "&key=" + key.HexDigest() +
+                        "&time=" + time + "&cha=null&ive=9&kelvo_mid=" + hardwareId +
+                        "&mid=" + GetReportObject()->TryGetMachineId() +
+                        "&pro=demo&rso=rs&extra=dty%3DD%26eid%3Dclick%26eid_desc%3Da%2Bb"
+                        "%26sdk_ver%3D" +
+                        version::kSdkVersion + "%26session_id%3D" + GetSessionId() + " HTTP/1.1");
     EXPECT_THAT(sent, Contains(StartsWith("GET /zhsdkinfo.php?ver=1&EC=1 HTTP/1.1\r\n")).Times(1));
+    // Every record carries the session: startup, click, heartbeat and endup at least.
+    std::string all;
+    for (const std::string& connection : sent) {
+        all += connection;
+    }
+    const auto count = [&all](const std::string& text) {
+        size_t n = 0;
+        for (size_t at = all.find(text); at != std::string::npos; at = all.find(text, at + 1)) {
+            ++n;
+        }
+        return n;
+    };
+    EXPECT_GE(count("GET /c.gif?act=zhwebevent"), 4u);
+    EXPECT_EQ(count("GET /c.gif?act=zhwebevent"), count("&cha=null&"));
 }
 
 }  // namespace

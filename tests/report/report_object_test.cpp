@@ -8,6 +8,7 @@
 #include <tuple>
 #include <vector>
 
+#include "delivery/report_context.h"
 #include "port/debug_output.h"
 #include "report/event_ids.h"
 #include "report/report_object.h"
@@ -16,9 +17,14 @@
 namespace qzdata_report_kelvo {
 namespace {
 
-// Reaches the session records, which no public call fills.
+// Reaches the session records and timer, and knows the machine id when told to.
 struct SessionProbe : ReportObject {
     using ReportObject::sessionRecords;
+    using ReportObject::sessionTimer;
+    void KnowMachineId(const std::string& id) {
+        machineId = id;
+        machineIdReady = true;
+    }
 };
 
 // Never applies its session, as when the machine id never comes.
@@ -118,6 +124,7 @@ TEST(ReportObjectTest, ExitSendsHeartbeatThenEndupAndKeepsAnUnappliedSession) {
         {7, true, false, {"queued", "startup", "heartbeat", "endup", "bucket"}},
         {2 | 4, false, false, {"queued", "heartbeat", "endup", "bucket"}},
         {1 | 2, true, false, {"queued", "startup", "endup", "bucket"}},
+        {4, true, false, {"queued", "heartbeat", "bucket"}},
         {7, false, true, {}}};
     for (const auto& [mask, applies, silent, eids] : cases) {
         SCOPED_TRACE(mask + 10 * silent);
@@ -222,6 +229,108 @@ TEST(ReportObjectTest, TraceWritesEachEventRecord) {
         EXPECT_TRUE(std::regex_match(lines[i], std::regex(expected[i] + "\n"))) << lines[i];
         EXPECT_TRUE(posts[i].flag && posts[i].url == L"http://collector.test/");
     }
+}
+
+// Session information becomes the common parameters at once, "OTHER" replaced in the channel
+// and the run source, without "act" and "ati"; the machine id joins them from the next refresh
+// on, which alone writes the trace (with "ati"). The first call sets the one session timer; a
+// refused call changes nothing.
+TEST(ReportObjectTest, SessionInfoBecomesTheCommonParameters) {
+    SessionProbe object;
+    std::vector<std::string> lines;
+    port::SetDebugSink([&](const std::string& line) { lines.push_back(line); });
+    object.SetOutputDebugString(true);
+    const auto common = [&] { return object.GetReportThread().GetFormatter().GetCommonParams(); };
+    SessionInfo info;
+    info.channel = "OTHER-x-OTHER";
+    info.run_source = "rOTHERs";
+    info.tzuid = "u";
+    info.game = "g";
+    info.report_time = true;
+    EXPECT_FALSE(object.PostSessionInfo(info));
+    EXPECT_TRUE(object.sessionRecords.empty() && object.sessionTimer == 0 && common().empty());
+
+    info.iver = "1.2";
+    ASSERT_TRUE(object.PostSessionInfo(info));  // before Init: no session yet
+    ReportRecord expected{
+        {"session_id", ""},          {"dty", ""},       {"pro", ""},    {"ive", "1.2"},
+        {"cha", "null-x-null"},      {"rso", "rnulls"}, {"tzuid", "u"}, {"gam", "g"},
+        {"sdk_ver", GetSDKVersion()}};
+    EXPECT_EQ(expected, common());
+    const ReportIdentity identity = object.GetReportThread().GetReportContext()->GetIdentity();
+    EXPECT_TRUE(identity.uid == "u" && identity.from == "null-x-null" && identity.ver == "1.2");
+    const uintptr_t timer = object.sessionTimer;
+    EXPECT_NE(0u, timer);
+    EXPECT_TRUE(lines.empty());
+
+    object.KnowMachineId("M1");
+    object.RefreshSessionInfo();
+    expected["mid"] = "M1";
+    EXPECT_EQ(expected, common());
+    EXPECT_EQ(0u, object.sessionRecords.at(0).count("mid"));
+    ASSERT_EQ(1u, lines.size());
+    EXPECT_TRUE(std::regex_match(
+        lines[0], std::regex("PostSessionInfo\\[act: zhwebevent, ive: 1.2, cha: null-x-null, rso: "
+                             "rnulls, tzuid: u, session_id: , mid: M1, dty: , pro: , gam: g, "
+                             "ati: 20[0-9]{12}, sdk_ver: .*\\]\n")))
+        << lines[0];
+
+    info.tzuid.clear();
+    ASSERT_TRUE(object.PostSessionInfo(info));
+    expected.erase("tzuid");
+    EXPECT_EQ(expected, common());
+    EXPECT_EQ(timer, object.sessionTimer);
+    port::SetDebugSink(nullptr);
+}
+
+std::mutex calledMutex;
+std::vector<std::string> called;
+void NoteMachineId(const std::string& id, void* context) {
+    std::lock_guard<std::mutex> guard(calledMutex);
+    called.push_back(*static_cast<const char*>(context) + id);
+}
+
+// A host may give the machine id once, before Run; then no probe runs. The callbacks run once
+// each on the pump, in the order they came. While the worker still resolves the id, waits end at
+// their time-out with an empty text.
+TEST(ReportObjectTest, MachineIdIsGivenOnceOrAwaited) {
+    struct Blocking : ReportObject {
+        std::string GetMachineId() override {
+            qz_test::WaitUntil([&] { return release.load(); });
+            machineId = "W";
+            machineIdReady = true;
+            return machineId;
+        }
+        std::atomic<bool> release{false};
+    };
+    ReportObject given;
+    ASSERT_TRUE(InitObject(given, 0));
+    static const char a = 'a', b = 'b';
+    given.AddMachineIdCallback(&NoteMachineId, const_cast<char*>(&a));
+    given.AddMachineIdCallback(nullptr, nullptr);
+    given.AddMachineIdCallback(&NoteMachineId, const_cast<char*>(&b));
+    EXPECT_TRUE(given.SetMachineId("H"));
+    EXPECT_FALSE(given.SetMachineId("I"));
+    given.Run();
+    const auto calls = [] {
+        std::lock_guard<std::mutex> guard(calledMutex);
+        return called;
+    };
+    EXPECT_TRUE(qz_test::WaitUntil([&] { return calls().size() == 2; }));
+    EXPECT_EQ((std::vector<std::string>{"aH", "bH"}), calls());
+    EXPECT_EQ("H", given.GetMachineIdTimeout(0));
+    given.Exit(false, 5000);
+
+    Blocking awaited;
+    ASSERT_TRUE(InitObject(awaited, 0));
+    awaited.Run();
+    EXPECT_EQ("", awaited.GetMachineIdTimeout(0));
+    EXPECT_EQ("", awaited.GetMachineIdTimeout(20));
+    EXPECT_FALSE(awaited.SetMachineId("late"));
+    awaited.release = true;
+    EXPECT_EQ("W", awaited.GetMachineIdTimeout(5000));
+    awaited.Exit(false, 5000);
+    EXPECT_EQ(2u, calls().size());
 }
 
 }  // namespace

@@ -1,0 +1,163 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <regex>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "api/legacy_bridge.h"
+#include "port/env.h"
+#include "qzdata_report.h"
+#include "report/report_object.h"
+#include "tests/api/fake_legacy_library.h"
+
+namespace qzdata_report_kelvo {
+namespace {
+
+// The fields of the newest queued event besides the ones every event has; empty when no event
+// was queued since the last look.
+ReportRecord NewEventFields(size_t& seen) {
+    const std::vector<ReportPost> posts = GetReportObject()->GetReportThread().QueuedPosts();
+    if (posts.size() == seen) {
+        return {};
+    }
+    seen = posts.size();
+    ReportRecord record = posts.back().records.at(0);
+    EXPECT_TRUE(record["ati"].size() == 14 && record["act"] == "zhwebevent");
+    for (const char* common : {"act", "session_id", "dty", "pro", "ati"}) {
+        record.erase(common);
+    }
+    return record;
+}
+
+ReportRecord WithTail(ReportRecord fields) {
+    fields.insert({{"fla", "Y"}, {"jav", "1"}, {"coo", "1"}, {"nve", "1.0"}});
+    return fields;
+}
+
+// Each info-data report sends one custom event with its id and keys (none: refused), and none
+// reaches the older library; nor do the getters of the value store.
+TEST(ExportsTest, EachReportSendsItsIdAndKeysWithoutTheOlderLibrary) {
+    static const LegacyFunctions table = MakeLinkedLegacyFunctions();
+    SetLegacyFunctionsForTesting(&table);
+    ASSERT_TRUE(Init(L"http://collector.test/", "D", "P", 600000, nullptr, L"", 0, false));
+    qz_fake_legacy::Take();
+    const InfoCData info{L"G", L"", L"r\u00e9", L""};
+    const InfoCData passport{L"", L"S", L"", L"p"};
+    const std::vector<std::tuple<std::function<bool()>, ReportRecord>> cases = {
+        {[] { return PostCustomInfo(nullptr, L"x"); },
+         WithTail({{"eid", "x"}, {"gam", "default"}, {"gse", "default"}})},
+        {[&] { return PostCustomInfo(&info, nullptr); },
+         WithTail({{"eid", ""}, {"gam", "G"}, {"gse", "default"}, {"ref", "r\xC3\xA9"}})},
+        {[] { return PostErrorInfo(nullptr, 4294967295ul, 0, nullptr); },
+         WithTail({{"eid", "error"},
+                   {"gam", "default"},
+                   {"gse", "default"},
+                   {"error_code", "4294967295"},
+                   {"sub_error_code", "0"}})},
+        {[&] { return PostErrorInfo(&passport, 7, 8, L"c"); }, WithTail({{"eid", "error"},
+                                                                         {"content", "c"},
+                                                                         {"gam", "default"},
+                                                                         {"gse", "S"},
+                                                                         {"pas", "p"},
+                                                                         {"error_code", "7"},
+                                                                         {"sub_error_code", "8"}})},
+        {[] { return PostActionInfo(L"g", L"p"); },
+         WithTail({{"eid", "click"}, {"gam", "g"}, {"gse", "default"}, {"pid", "p"}})},
+        {[] { return PostActionInfo(L"", L"p"); }, {}},
+        {[] { return PostActionInfo(L"g", nullptr); }, {}},
+        {[] { return PostFailInfo(L"s", 1, nullptr, nullptr); },
+         {{"eid", "fail"}, {"step", "s"}, {"is_numerator", "Y"}, {"error_code", ""}, {"fla", "N"}}},
+        {[] { return PostFailInfo(L"s", 0, L"7", L"c"); },
+         {{"eid", "fail"},
+          {"content", "c"},
+          {"step", "s"},
+          {"is_numerator", "N"},
+          {"error_code", "7"},
+          {"fla", "Y"}}},
+        {[] { return PostFailInfo(L"", 0, L"7", L"c"); }, {}},
+        {[] { return PostTimerInfo(L"t"); }, {{"eid", "timer"}, {"step_group", "t"}, {"fla", "Y"}}},
+        {[] { return PostTimerInfo(nullptr); }, {}},
+    };
+    size_t seen = 0;
+    for (const auto& [call, fields] : cases) {
+        SCOPED_TRACE(testing::PrintToString(fields));
+        EXPECT_EQ(!fields.empty(), call());
+        EXPECT_EQ(fields, NewEventFields(seen));
+    }
+
+    // The value store: getters of unknown keys give empty values and leave `value` alone.
+    unsigned long value = 9;
+    EXPECT_TRUE(GetValue("k").empty() && GetWideValue("k").empty());
+    EXPECT_FALSE(GetDWORD("k", value));
+    EXPECT_EQ(9ul, value);
+    SetValue("k", "v");
+    SetValue("k", "w");
+    SetWideValue("k", L"\u00e9");
+    SetDWORD("k", 0);
+    SetDWORD("big", 0x100000005ul);
+    EXPECT_TRUE(GetValue("k") == "w" && GetWideValue("k") == L"\u00e9" && GetValue("K").empty());
+    EXPECT_TRUE(GetDWORD("k", value));
+    EXPECT_EQ(0ul, value);
+    EXPECT_TRUE(GetDWORD("big", value));
+    EXPECT_EQ(5ul, value);
+    EXPECT_EQ((std::vector<std::string>{"SetValue(\"k\", \"v\")", "SetValue(\"k\", \"w\")",
+                                        "SetWideValue(\"k\", L\"\xE9\")", "SetDWORD(\"k\", 0)",
+                                        "SetDWORD(\"big\", 4294967301)"}),
+              qz_fake_legacy::Take());
+    SetLegacyFunctionsForTesting(nullptr);
+}
+
+struct TickEnv : port::EnvWrapper {
+    uint32_t GetTickCount() override { return tick; }
+    uint32_t tick = 4294960000u;  // the clock wraps during the test
+};
+
+// A timed event reports the 32-bit tick difference since its start, which stays for later ends;
+// "showup" alone wraps long durations below 10 s, and a duration that reads negative is left out.
+TEST(ExportsTest, TimedEventsReportTheTicksSinceTheirStart) {
+    TickEnv env;
+    port::Env::Install(&env);
+    const uint32_t start = env.tick;
+    EXPECT_TRUE(PostEventStart(L"showup"));  // before Init
+    EXPECT_TRUE(PostEventStart(L"other"));
+    EXPECT_TRUE(PostEventStart(L"other"));
+    ASSERT_TRUE(Init(L"http://collector.test/", "D", "P", 600000, nullptr, L"", 0, false));
+    EXPECT_FALSE(PostEventDurEnd(L"never", L"d"));
+    // ticks since the start, name, duration sent ("": none)
+    const std::vector<std::tuple<uint32_t, std::wstring, std::string>> cases = {
+        {25000, L"showup", "5000"},           {25000, L"other", "25000"},
+        {10000, L"showup", "10000"},          {10001, L"showup", "1"},
+        {2147483647, L"other", "2147483647"}, {2147483648u, L"other", ""}};
+    size_t seen = 0;
+    for (const auto& [after, name, dur] : cases) {
+        SCOPED_TRACE(after);
+        env.tick = start + after;
+        EXPECT_TRUE(PostEventDurEnd(name.c_str(), L"d\u00e9"));
+        ReportRecord expected{{"eid", std::string(name.begin(), name.end())},
+                              {"eid_desc", "d\xC3\xA9"}};
+        if (!dur.empty()) {
+            expected["dur"] = dur;
+        }
+        EXPECT_EQ(expected, NewEventFields(seen));
+    }
+    port::Env::Install(nullptr);
+}
+
+// Before Run the caller resolves the machine id itself, whatever the time-out, and a host can no
+// longer give one. The names of this machine are plain texts fit for a query.
+TEST(ExportsTest, BeforeRunTheCallerResolvesTheMachineId) {
+    ASSERT_TRUE(Init(L"http://collector.test/", "D", "P", 600000, nullptr, L"", 0, false));
+    EXPECT_EQ("", TryGetMachineId());
+    const std::string id = GetMachineIdTimeout(1);
+    EXPECT_TRUE(std::regex_match(id, std::regex("[0-9a-f]{32}"))) << id;
+    EXPECT_EQ(id, TryGetMachineId());
+    EXPECT_FALSE(SetMachineId("x"));
+    EXPECT_TRUE(std::regex_match(GetOsPlatformVersion(), std::regex("[^ &=]+")));
+    EXPECT_EQ(qzdata_report_kelvo_internal::GetOsPlatformVersion(), GetOsPlatformVersion());
+    EXPECT_EQ(id, qzdata_report_kelvo_internal::GetMachineId());
+}
+
+}  // namespace
+}  // namespace qzdata_report_kelvo

@@ -1,0 +1,82 @@
+// Not-sent reports across processes: this binary runs twice more, once to pack a post that Exit
+// left unsent, once to name the pack in Init and post it to a loopback collector.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "delivery/report_context.h"
+#include "qzdata_report.h"
+#include "report/report_object.h"
+#include "support/http_test_server.h"
+#include "support/wait.h"
+
+namespace qzdata_report_kelvo {
+namespace {
+
+// One process of the test below: "write" packs a post that Exit did not send; "load" names the
+// pack in Init and waits for the post at the collector. Skipped unless that test runs it.
+TEST(NotSentEndToEndTest, HelperProcess) {
+    const char* role = std::getenv("QZ_TEST_PACK_ROLE");
+    const char* path = std::getenv("QZ_TEST_PACK_PATH");
+    if (role == nullptr || path == nullptr) {
+        GTEST_SKIP() << "a process of NotSentEndToEndTest.APackWrittenAfterExit...";
+    }
+    const bool load = role == std::string("load");
+    const std::wstring pack(path, path + std::string(path).size());
+    qz_test::HttpTestServer collector;
+    ASSERT_TRUE(collector.Start(
+        qz_test::HttpTestServer::RespondToEach("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n")));
+    const std::string ip = "127.0.0.1";  // every host is the collector; no fallback addresses
+    const uint16_t port = collector.port();
+    StrategyRouting routing;
+    routing.hosts = {ip, ip, ip, ip, ip, ip, port, port, port};
+    GetReportObject()->GetReportThread().GetReportContext()->GetStrategy().SetRoutingForTesting(
+        routing);
+    const auto received = [&] {
+        return testing::Value(collector.Received(),
+                              testing::Contains(testing::HasSubstr("eid%3Dpacked")));
+    };
+
+    ASSERT_TRUE(Init(L"http://c/", "D", "demo", 60000, nullptr, load ? pack : L"", 0, false));
+    if (load) {
+        qzdata_report_kelvo::Run();
+        EXPECT_TRUE(qz_test::WaitUntil(received, 10000));
+        EXPECT_FALSE(std::filesystem::exists(path));
+    } else {
+        GetReportObject()->AddBucketPostForTesting(
+            kPriorityNormal, {L"http://c/", {{{"act", "zhwebevent"}, {"eid", "packed"}}}, true});
+    }
+    Exit(false, 5000);
+    EXPECT_TRUE(load || PackNotSent(pack));
+    EXPECT_EQ(load, received());
+}
+
+// Runs the helper process in `role` with its files in `dir` (its output goes to this one's);
+// true when it passed.
+bool RunHelper(const std::string& role, const std::string& dir) {
+    char self[4096] = {};
+    EXPECT_GT(readlink("/proc/self/exe", self, sizeof(self) - 1), 0);
+    const std::string command = "QZ_TEST_PACK_ROLE=" + role + " QZ_TEST_PACK_PATH='" + dir +
+                                "/reports.pack' XDG_CONFIG_HOME='" + dir + "' XDG_DATA_HOME='" +
+                                dir + "' '" + self +
+                                "' --gtest_filter=NotSentEndToEndTest.HelperProcess";
+    return std::system(command.c_str()) == 0;
+}
+
+TEST(NotSentEndToEndTest, APackWrittenAfterExitIsPostedByTheNextRunThatNamesIt) {
+    std::string dir = testing::TempDir() + "not-sent-XXXXXX";
+    ASSERT_NE(mkdtemp(&dir[0]), nullptr);
+    // A helper that skipped would leave the file's presence wrong.
+    ASSERT_TRUE(RunHelper("write", dir));
+    ASSERT_TRUE(std::filesystem::exists(dir + "/reports.pack"));
+    EXPECT_TRUE(RunHelper("load", dir));
+    EXPECT_FALSE(std::filesystem::exists(dir + "/reports.pack"));
+    std::filesystem::remove_all(dir);
+}
+
+}  // namespace
+}  // namespace qzdata_report_kelvo

@@ -15,4 +15,9 @@ ReportObject* GetReportObject() {
     return reportObject;
 }
 
+void ResetReportObjectForTesting() {
+    delete reportObject;
+    reportObject = nullptr;
+}
+
 }  // namespace qzdata_report_kelvo

@@ -12,4 +12,8 @@ using ReportObject = BasicDataReport<ReportThreadImpl>;
 // another (the library's first call is Init in practice).
 ReportObject* GetReportObject();
 
+// Tests: destroys the report object (ending its threads), so that the next call makes a fresh
+// one. Must not race any other call.
+void ResetReportObjectForTesting();
+
 }  // namespace qzdata_report_kelvo

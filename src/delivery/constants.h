@@ -2,6 +2,7 @@
 // shutdown, and where the log files lie.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace qzdata_report_kelvo {
@@ -40,6 +41,35 @@ inline constexpr int64_t kNoTime = -1;
 // working directory when there is none.
 inline constexpr char kLogFolderSuffix[] = "/norvik/tzgame/log/reportsdk/";
 inline constexpr char kRelativeLogDirectory[] = "log/";
+// Below the log directory: the folder of failure lines, and the base names and extension of the
+// two kinds of file.
+inline constexpr char kErrorLogFolder[] = "err/";
+inline constexpr char kReportLogBase[] = "report";
+inline constexpr char kErrorLogBase[] = "report_err";
+inline constexpr char kLogExtension[] = ".log";
+// Ends every log line, and is written once more before the first new line of a file that is not
+// empty, so that a line cut off by a crash does not swallow the next.
+inline constexpr char kLogLineEnd[] = "\r\n";
+// When the name made of the time is taken, a counter from 1 to this goes behind the time.
+inline constexpr int kLastLogNameCounter = 100;
+// Buffer of the reader: a longer line arrives in pieces of one byte less.
+inline constexpr size_t kLogReadBuffer = 256;
+// A log line whose time lies further back than this (seconds) is dropped at upload.
+inline constexpr double kMaxLogLineAgeSeconds = 172800.0;
+// Pause after each uploaded line, to keep the load of an upload low.
+inline constexpr uint32_t kUploadLinePauseMs = 1;
+
+// Self-reporting: the period of the statistics line, the poll of the upload thread for a device
+// id and user ids, and how long Stop waits for that thread (milliseconds).
+inline constexpr uint32_t kStatsPeriodMs = 600000;
+inline constexpr uint32_t kUploadPollMs = 500;
+inline constexpr uint32_t kUploadStopWaitMs = 500;
+
+// The device configuration request (HTTPS on the config host), and the actions of the two kinds
+// of self-reporting line.
+inline constexpr char kDeviceConfigPath[] = "/api/getDeviceConfig?sys=10";
+inline constexpr char kTotalAction[] = "zhlogtotal";
+inline constexpr char kFailAction[] = "zhlogfail";
 
 }  // namespace delivery
 }  // namespace qzdata_report_kelvo

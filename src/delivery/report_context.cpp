@@ -1,5 +1,6 @@
 #include "delivery/report_context.h"
 
+#include "codec/utils.h"
 #include "delivery/constants.h"
 #include "delivery/dispatch_table.h"
 #include "delivery/report_connect.h"
@@ -7,6 +8,7 @@
 #include "net/http_client.h"
 #include "port/app_data_folder.h"
 #include "port/env.h"
+#include "port/log_file.h"
 
 namespace qzdata_report_kelvo {
 
@@ -44,10 +46,26 @@ std::string MakeLogDirectory() {
     return folder + delivery::kLogFolderSuffix;
 }
 
+// A stream on a new file `base` + time in `folder`, which is made (private to the user) when
+// missing; null when no file could be opened.
+std::unique_ptr<CReportLogStream> OpenLogStream(const std::string& folder, const char* base) {
+    // A folder that cannot be made shows as a failed open below.
+    if (EnsureDirectory(folder)) {
+        port::MakeDirectoryPrivate(folder);
+    }
+    auto stream = std::make_unique<CReportLogStream>();
+    stream->OpenLogFile(folder + base);
+    if (!stream->IsOpen()) {
+        stream.reset();
+    }
+    return stream;
+}
+
 }  // namespace
 
 CReportContext::CReportContext(const std::string& sdkVersion)
     : sdkVersion(sdkVersion),
+      uploadLog(this),
       logDirectory(MakeLogDirectory()),
       startTime(port::Time64()),
       requestTimeout(delivery::kRequestTimeoutMs) {
@@ -58,6 +76,8 @@ CReportContext::CReportContext(const std::string& sdkVersion)
 }
 
 CReportContext::~CReportContext() {
+    // The upload thread and the timer report through this object and the network layers.
+    uploadLog.StopAndJoin();
     CloseLogs();
     // The fetch uses this object to its end.
     strategy.Join();
@@ -82,6 +102,7 @@ void CReportContext::SetSessionInfo(const std::string& sessionId, const std::str
     CScopedLock scoped(lock);
     identity.sessionId = sessionId;
     identity.appKey = pro;
+    uploadLog.SetSession(sessionId, pro);
 }
 
 void CReportContext::SetAccountInfo(const std::string& /*passport*/, const std::string& tzuid,
@@ -96,11 +117,11 @@ void CReportContext::SetAccountInfo(const std::string& /*passport*/, const std::
     if (!iver.empty()) {
         identity.ver = iver;
     }
+    uploadLog.AddUid(tzuid);
 }
 
-void CReportContext::SetDeliveryMachineId(const std::string& /*id*/) {
-    // The id is the device id of the log upload, which asks for the device configuration that
-    // turns self-reporting on. Without that upload nothing reads it.
+void CReportContext::SetDeliveryMachineId(const std::string& id) {
+    uploadLog.SetDeviceId(id);
 }
 
 ReportIdentity CReportContext::GetIdentity() {
@@ -108,20 +129,83 @@ ReportIdentity CReportContext::GetIdentity() {
     return identity;
 }
 
-void CReportContext::AppendFailLine(const std::string& /*code*/, const std::string& /*tail*/,
-                                    bool /*once*/) {
-    // Lines are formed only while self-reporting is on, and only the log upload, with its device
-    // configuration, turns it on. There is no upload yet, so no line is ever due.
+std::string CReportContext::LineHead() {
+    return std::to_string(port::Time64()) + "\t" + identity.sessionId + "\t" + FormatGuidText();
 }
 
-void CReportContext::ReportTotals(bool /*uploadNow*/, bool /*once*/) {
-    // As AppendFailLine: a statistics line is due only while self-reporting is on.
+std::string CReportContext::IdentityFields() {
+    return "\t" + identity.appKey + "\t" + identity.ver + "\t" + identity.from + "\t" +
+           identity.uid + "\t" + sdkVersion;
+}
+
+void CReportContext::AppendFailLine(const std::string& code, const std::string& tail, bool once) {
+    if (!strategy.IsLogsEnabled()) {
+        return;
+    }
+    CScopedLock scoped(lock);
+    const std::string line = LineHead() + "\t" + code + IdentityFields() + tail;
+    if (!once && uploadLog.UploadLine(line, true, false)) {
+        return;
+    }
+    OpenErrorLog();
+    if (errorLog) {
+        errorLog->WriteLine(line);
+    }
+}
+
+void CReportContext::ReportTotals(bool uploadNow, bool once) {
+    std::string fields;
+    AppendNumber(fields, SecondsSince(startTime));
+    ReportCounters counters;
+    stats.SnapshotStats(counters);
+    for (uint64_t value :
+         {counters.cur, counters.resume_report, counters.succeed_report, counters.fail_report,
+          counters.first_connect, counters.retry, counters.suc, counters.fait, counters.del}) {
+        fields += '\t';
+        AppendNumber(fields, value);
+    }
+    CDispatchTable* table = GetDispatchTable();
+    fields += '\t';
+    AppendNumber(fields, static_cast<uint64_t>(table != nullptr ? table->QueuedCount() : 0));
+    AppendTotalLine(fields, uploadNow, once);
+}
+
+void CReportContext::AppendTotalLine(const std::string& fields, bool uploadNow, bool once) {
+    if (!strategy.IsLogsEnabled()) {
+        return;
+    }
+    CScopedLock scoped(lock);
+    const std::string line = LineHead() + "\t" + fields + IdentityFields();
+    if (uploadNow && uploadLog.UploadLine(line, false, once)) {
+        return;
+    }
+    OpenReportLog();
+    if (reportLog) {
+        reportLog->WriteLine(line);
+    }
+}
+
+void CReportContext::OpenReportLog() {
+    if (!reportLog) {
+        reportLog = OpenLogStream(logDirectory, delivery::kReportLogBase);
+    }
+}
+
+void CReportContext::OpenErrorLog() {
+    if (!errorLog) {
+        errorLog = OpenLogStream(logDirectory + delivery::kErrorLogFolder, delivery::kErrorLogBase);
+    }
 }
 
 void CReportContext::CloseLogs() {
     CScopedLock scoped(lock);
     reportLog.reset();
     errorLog.reset();
+}
+
+bool CReportContext::IsReportLogOpen() {
+    CScopedLock scoped(lock);
+    return reportLog && reportLog->IsOpen();
 }
 
 }  // namespace qzdata_report_kelvo

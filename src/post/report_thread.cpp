@@ -25,6 +25,11 @@ ReportThreadImpl::ReportThreadImpl(std::atomic<bool>* stopOldSdkFlag)
 
 ReportThreadImpl::~ReportThreadImpl() {
     Close();
+    // A statistics file still open here took lines after the worker closed the logs; it gets the
+    // last counters too, written straight to it, since no request can wait at this point.
+    if (reportContext && reportContext->IsReportLogOpen()) {
+        reportContext->ReportTotals(false, true);
+    }
     for (ReportResponed& entry : finishedPosts) {
         delete entry.post;
     }
@@ -87,6 +92,7 @@ void ReportThreadImpl::Main() {
     if (dispatchTable) {
         dispatchTable->Stop();
         reportContext->GetStrategy().Join();
+        reportContext->GetUploadLog().Stop();
     }
 }
 

@@ -91,15 +91,15 @@ TEST(ExportsTest, EachReportSendsItsIdAndKeysWithoutTheOlderLibrary) {
     SetValue("k", "w");
     SetWideValue("k", L"\u00e9");
     SetDWORD("k", 0);
-    SetDWORD("big", 0x100000005ul);
+    SetDWORD("big", 0x100012345ul);
     EXPECT_TRUE(GetValue("k") == "w" && GetWideValue("k") == L"\u00e9" && GetValue("K").empty());
     EXPECT_TRUE(GetDWORD("k", value));
     EXPECT_EQ(0ul, value);
     EXPECT_TRUE(GetDWORD("big", value));
-    EXPECT_EQ(5ul, value);
+    EXPECT_EQ(0x12345ul, value);
     EXPECT_EQ((std::vector<std::string>{"SetValue(\"k\", \"v\")", "SetValue(\"k\", \"w\")",
                                         "SetWideValue(\"k\", L\"\xE9\")", "SetDWORD(\"k\", 0)",
-                                        "SetDWORD(\"big\", 4294967301)"}),
+                                        "SetDWORD(\"big\", 4295041861)"}),
               qz_fake_legacy::Take());
     SetLegacyFunctionsForTesting(nullptr);
 }

@@ -1,0 +1,341 @@
+// Self-reporting of the delivery engine: log files and their lock, the device configuration that
+// turns it on (served over TLS, its data made by the openssl tool), statistics and failure lines
+// at a loopback collector, and the upload of the files that an earlier run left.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <set>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "codec/md5.h"
+#include "delivery/dispatch_table.h"
+#include "delivery/report_context.h"
+#include "delivery/report_log_stream.h"
+#include "deployment_config.h"
+#include "port/env.h"
+#include "port/log_file.h"
+#include "support/http_test_server.h"
+#include "support/wait.h"
+
+// The server side of TLS comes from the TLS library that this binary links; last, as its macros
+// would rename declarations of the client.
+#include <openssl/ssl.h>
+
+namespace qzdata_report_kelvo {
+namespace {
+
+using qz_test::HttpTestServer;
+using qz_test::WaitUntil;
+using testing::HasSubstr;
+using Perms = std::filesystem::perms;
+
+// `plain` enciphered as the server does, by the openssl tool: DES-ECB keyed with the first eight
+// characters of the MD5 text of `time` and the pass string, then base64.
+std::string ConfigData(const std::string& time, const std::string& plain) {
+    const std::string command =
+        "k=$(printf %s '" + time + deployment::kConfigPass +
+        "' | openssl dgst -md5 -r | cut -c1-8 | tr -d '\\n' | od -An -v -tx1 | tr -d ' "
+        "\\n'); printf %s '" +
+        plain +
+        "' | openssl enc -des-ecb -provider legacy -provider default -K $k | openssl "
+        "base64 -A";
+    std::string output(512, '\0');
+    FILE* pipe = popen(command.c_str(), "r");
+    output.resize(pipe != nullptr ? fread(&output[0], 1, output.size(), pipe) : 0);
+    return pipe != nullptr && pclose(pipe) == 0 ? output : std::string();
+}
+
+const char kPem[] = QZ_NET_TEST_DATA "/tls_peer.pem";
+
+std::string ConfigReply(int open, const std::string& time = "1700000000") {
+    return R"({"code":1,"time":)" + time + R"(,"data":")" +
+           ConfigData(time, R"({"tzConfig":{"open":)" + std::to_string(open) + "}}") + "\"}";
+}
+
+std::string Http(const std::string& status, const std::string& body = "") {
+    return "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) +
+           "\r\n\r\n" + body;
+}
+
+// The names in `folder`, directories included; empty when it is missing.
+std::set<std::string> Files(const std::string& folder) {
+    std::set<std::string> names;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
+        names.insert(entry.path().filename().string());
+    }
+    return names;
+}
+
+void WriteFile(const std::string& path, const std::string& bytes) {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// A private data home; a config server over TLS (the committed test key) that answers one
+// request; a collector that answers, once `hold` ends, 500 to requests holding "BAD" and to all
+// while `down`; and a context with every host at them.
+class SelfReportTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        char folder[] = "/tmp/qz-self-XXXXXX";
+        ASSERT_NE(mkdtemp(folder), nullptr);
+        home = folder;
+        const char* dataHome = getenv("XDG_DATA_HOME");
+        savedDataHome = dataHome != nullptr ? dataHome : "";  // empty: as if unset
+        setenv("XDG_DATA_HOME", home.c_str(), 1);
+        logs = home + "/norvik/tzgame/log/reportsdk/";
+        ASSERT_TRUE(collector.Start([this](qz_test::TestConnection& connection) {
+            const std::string request = connection.ReadRequest();
+            WaitUntil([this] { return !hold; }, 10000);
+            const bool refuse = down || request.find("BAD") != std::string::npos;
+            connection.Send(Http(refuse ? "500 No" : "200 OK"));
+            connection.WaitForPeerClose();
+        }));
+    }
+    void TearDown() override {
+        context.reset();
+        std::filesystem::remove_all(home);
+        setenv("XDG_DATA_HOME", savedDataHome.c_str(), 1);
+    }
+    // Starts the config server answering `open` (-1: nothing listens), then the context.
+    void StartContext(int open, uint32_t periodMs = 50) {
+        uint16_t configPort = 1;
+        config = std::make_unique<HttpTestServer>();
+        if (open >= 0) {
+            const std::string reply = Http("200 OK", ConfigReply(open));
+            ASSERT_TRUE(config->Start([this, reply](qz_test::TestConnection& connection) {
+                static SSL_CTX* const tls = SSL_CTX_new(TLS_server_method());
+                static const int keyed = SSL_CTX_use_certificate_chain_file(tls, kPem) +
+                                         SSL_CTX_use_PrivateKey_file(tls, kPem, SSL_FILETYPE_PEM);
+                ASSERT_EQ(keyed, 2);
+                std::unique_ptr<SSL, void (*)(SSL*)> session(SSL_new(tls), SSL_free);
+                char head[4096];
+                int n = 0;
+                if (SSL_set_fd(session.get(), connection.fd()) == 1 &&
+                    SSL_accept(session.get()) == 1 &&
+                    (n = SSL_read(session.get(), head, sizeof(head))) > 0) {
+                    configHead.assign(head, n);
+                    SSL_write(session.get(), reply.data(), static_cast<int>(reply.size()));
+                    SSL_shutdown(session.get());
+                }
+            }));
+            configPort = config->port();
+        }
+        context = std::make_unique<CReportContext>("vs-test-1");
+        StrategyRouting routing = DefaultRouting();
+        routing.hosts.collectorHost = routing.hosts.configHost = "127.0.0.1";
+        routing.hosts.collectorPort = collector.port();
+        routing.hosts.configPort = configPort;
+        routing.fallbackAddresses.clear();
+        context->GetStrategy().SetRoutingForTesting(routing);
+        context->GetUploadLog().SetPeriodsForTesting(periodMs, 5);
+        context->SetSessionInfo("S1", "K");
+        context->SetAccountInfo("p", "u1", "web", "1.0");  // starts the upload thread
+        context->SetDeliveryMachineId("dev1");
+    }
+    // The request targets of `act` at the collector, in order.
+    std::vector<std::string> Requests(const std::string& act = "") {
+        std::vector<std::string> found;
+        for (const std::string& request : collector.Received()) {
+            if (request.find("act=" + act) != std::string::npos) {
+                found.push_back(request.substr(0, request.find(" HTTP/1.1")));
+            }
+        }
+        return found;
+    }
+    // A record for a port where nothing listens: every attempt fails.
+    void PostFailingRecord(CDispatchTable& table) {
+        table.Post("127.0.0.1", 1,
+                   {"/c.gif?act=zhwebevent", 0, 0, "", "", "zhwebevent", 0, -1, false, false});
+    }
+
+    std::string savedDataHome;
+    std::string home;
+    std::string logs;
+    std::atomic<bool> down{false};
+    std::atomic<bool> hold{false};
+    HttpTestServer collector;
+    std::string configHead;  // read once the config server's connection has finished
+    std::unique_ptr<HttpTestServer> config;
+    std::unique_ptr<CReportContext> context;
+};
+
+// A second writer of the same name gets the counter name; a file with bytes gets a line end
+// before its first new line.
+TEST_F(SelfReportTest, LogFilesAreNamedLockedAndPrivate) {
+    struct FixedClock : port::EnvWrapper {
+        void GetLocalTime(port::LocalTime* out) override { *out = {2026, 1, 2, 3, 4, 5, 6}; }
+    } clock;
+    port::Env::Install(&clock);
+    const std::string prefix = home + "/report";
+    WriteFile(prefix + "20260102030405006.log", "cut");
+    CReportLogStream first, second;
+    first.OpenLogFile(prefix);
+    second.OpenLogFile(prefix);
+    port::Env::Install(nullptr);
+    first.WriteLine("a");
+    second.WriteLine("b");
+    EXPECT_EQ(second.GetPath(), prefix + "202601020304050061.log");
+    EXPECT_EQ(ReadFile(first.GetPath()), "cut\r\na\r\n");
+    EXPECT_EQ(ReadFile(second.GetPath()), "b\r\n");
+    EXPECT_EQ(std::filesystem::status(second.GetPath()).permissions(),
+              Perms::owner_read | Perms::owner_write);
+}
+
+TEST(DeviceConfigTest, ParseRules) {
+    const std::string data = ConfigData("42", R"({"tzConfig":{"open":1}})");
+    for (const auto& [reply, open] : std::vector<std::tuple<std::string, bool>>{
+             {ConfigReply(1, "42"), true},
+             {R"({"code":1,"time":43,"data":")" + data + "\"}", false},
+             {R"({"code":2,"time":42,"data":")" + data + "\"}", false},
+             {R"({"code":1,"time":42,"data":""})", false},
+             {R"({"code":1,"time":42,"data":")" + data.substr(0, 20), false},
+             {R"({"code":1,"time":42,"data":")" + ConfigData("42", R"({"tzConfig":7})") + "\"}",
+              false}}) {
+        EXPECT_EQ(CUploadLog::ParseDeviceConfig(reply), open) << reply;
+    }
+}
+
+// Closed or silent configuration: no timer, no line, no file, while records go on.
+TEST_F(SelfReportTest, WithoutAnOpenConfigurationNothingIsReported) {
+    for (int open : {0, -1}) {
+        StartContext(open);
+        CDispatchTable table(context.get());
+        table.Start();
+        PostFailingRecord(table);
+        ASSERT_TRUE(WaitUntil([&] { return context->GetStats().Peek().fait >= 2; }));
+        if (open == 0) {
+            ASSERT_TRUE(WaitUntil([&] { return config->FinishedCount() == 1; }));
+            EXPECT_THAT(configHead, HasSubstr("GET /api/getDeviceConfig?sys=10&uid=u1&appkey=K"
+                                              "&deviceid=dev1&hmid="));
+        }
+        table.Stop();  // a statistics line, were it on
+        EXPECT_TRUE(collector.Received().empty());
+        EXPECT_TRUE(Files(home + "/norvik").empty());
+    }
+}
+
+// Open: statistics every period and a failure line per failed attempt reach the collector,
+// signed. While the collector is down they land in private files, which the next run uploads
+// and deletes.
+TEST_F(SelfReportTest, AnOpenConfigurationReportsAndTheNextRunUploadsWhatWasLogged) {
+    StartContext(1);
+    {
+        CDispatchTable table(context.get());
+        table.Start();
+        ASSERT_TRUE(WaitUntil([&] { return context->GetStrategy().IsLogsEnabled(); }));
+        PostFailingRecord(table);
+        // Five passes of two attempts (the list is empty), each failure reported; then a
+        // statistics line of the whole run.
+        ASSERT_TRUE(WaitUntil([&] { return context->GetStats().Peek().del == 1; }));
+        const size_t lines = Requests("zhlogtotal").size();
+        ASSERT_TRUE(WaitUntil([&] { return Requests("zhlogtotal").size() > lines; }));
+        ASSERT_EQ(Requests("zhlogfail").size(), 10u);
+        EXPECT_THAT(Requests("zhlogfail")[0],
+                    testing::ContainsRegex("&fguid=[0-9a-f]{32}&fcode=[0-9]+&appkey=K&ver=1.0"
+                                           "&from=web&uid=u1&sdkver=vs-test-1&fact=zhwebevent"
+                                           "&retry=0&host=127.0.0.1$"));
+        const std::string total = Requests("zhlogtotal").back();
+        EXPECT_THAT(total,
+                    testing::ContainsRegex(
+                        "&session_id=S1&kelvo_mid=[^&]+&sys=10&mbos=[^&]+&imei=dev1&log_time="
+                        "[0-9]+&logdate=20[0-9]{6}&log_seid=S1&guid=[0-9a-f]{32}&log_dur=[0-9]+"
+                        "&cur=1&resume_report=4&succeed_report=0&fail_report=5&first_connect=1"
+                        "&retry=9&suc=0&fait=10&del=1&buf=0&appkey=K&ver=1.0&from=web&uid=u1"
+                        "&sdkver=vs-test-1$"));
+        Md5Context key;
+        key.Start("zhlogtotal" + total.substr(total.find("&time=") + 6, 10) +
+                  deployment::kRequestSalt);
+        EXPECT_THAT(total, HasSubstr("&key=" + key.HexDigest()));
+        // Lines that are not to be sent at once go straight to the files.
+        const size_t sent = Requests().size();
+        context->ReportTotals(false, false);
+        context->AppendFailLine("7", "\tzhwebevent\t0\th", true);
+        EXPECT_EQ(Requests().size(), sent);
+        down = true;
+        PostFailingRecord(table);
+        ASSERT_TRUE(WaitUntil([&] { return context->GetStats().Peek().del == 2; }));
+        ASSERT_EQ(Files(logs + "err/").size(), 1u);
+        const std::string errors = ReadFile(logs + "err/" + *Files(logs + "err/").begin());
+        EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 11);
+    }
+    context.reset();
+    EXPECT_EQ(std::filesystem::status(logs + "err").permissions(), Perms::owner_all);
+
+    down = false;
+    StartContext(1);
+    ASSERT_TRUE(WaitUntil([&] {
+        return Files(logs) == std::set<std::string>{"err"} && Files(logs + "err/").empty();
+    }));
+}
+
+// The upload keeps a file with an unsendable line whole and a file that a writer holds, drops
+// old and malformed lines, and joins a long line read in pieces.
+TEST_F(SelfReportTest, UploadKeepsAndDropsFilesByTheirLines) {
+    const std::string now = std::to_string(port::Time64());
+    const auto total = [&](const std::string& guid, const std::string& from,
+                           const std::string& time) {
+        return time + "\tS0\t" + guid + "\t5\t1\t0\t1\t0\t1\t0\t1\t0\t0\t0\tK\t1.0\t" + from +
+               "\tu\tvs-1\r\n";
+    };
+    const std::string longFrom(260, 'f');
+    WriteFile(logs + "report1.log", total("G1", longFrom, now) +
+                                        total("G2", "w", std::to_string(port::Time64() - 172801)));
+    WriteFile(logs + "report2.log",
+              total("G3", "w", now) + total("BAD", "w", now) + total("G4", "w", now));
+    WriteFile(logs + "report3.log", total("G5", "w", now));
+    WriteFile(logs + "err/report_err1.log",
+              now + "\tS0\tG7\t11\tK\t\tw\tu\tvs-1\tzhwebevent\t0\th\n" + now +
+                  "\tS0\tG6\t11\tK\t1.0\tw\t\tvs-1\tzhwebevent\t0\th");
+    port::LockedFile writer;
+    ASSERT_TRUE(writer.Open(logs + "report3.log"));
+    StartContext(1);
+    ASSERT_TRUE(WaitUntil([&] {
+        return Files(logs) == std::set<std::string>{"err", "report2.log", "report3.log"} &&
+               Files(logs + "err/").empty();
+    }));
+    std::string sent;
+    for (const std::string& request : Requests()) {
+        sent += request + "\n";
+    }
+    EXPECT_THAT(sent, HasSubstr("&from=" + longFrom + "&uid=u&sdkver=vs-1"));
+    EXPECT_THAT(sent, testing::ContainsRegex("&log_time=" + now +
+                                             "&logdate=20[0-9]{6}&log_seid=S0&guid=G3&"));
+    EXPECT_THAT(sent, HasSubstr("&guid=G4&"));
+    EXPECT_THAT(sent, HasSubstr("&fguid=G6&fcode=11&appkey=K&ver=1.0&from=w&sdkver=vs-1"));
+    EXPECT_THAT(sent,
+                testing::Not(testing::AnyOf(HasSubstr("G2"), HasSubstr("G5"), HasSubstr("G7"))));
+}
+
+// Stop while a line is on its way: the rest of the file is not read and the file stays.
+TEST_F(SelfReportTest, StopDuringAnUploadLeavesTheFile) {
+    hold = true;
+    const std::string line =
+        std::to_string(port::Time64()) + "\tS0\tG\t11\tK\t1.0\tw\tu\tvs-1\tzhwebevent\t0\th\n";
+    WriteFile(logs + "err/report_err1.log", line + line);
+    StartContext(1, 600000);
+    ASSERT_TRUE(WaitUntil([&] { return collector.ConnectionCount() == 1; }));
+    context->GetUploadLog().Stop();
+    hold = false;
+    context.reset();
+    EXPECT_EQ(collector.ConnectionCount(), 1u);
+    EXPECT_EQ(Files(logs + "err/"), std::set<std::string>{"report_err1.log"});
+}
+
+}  // namespace
+}  // namespace qzdata_report_kelvo

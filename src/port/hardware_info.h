@@ -60,8 +60,8 @@ struct FirmwareAnswer {
 FirmwareAnswer ReadFirmware();
 
 // A session with the management service for the calling thread: false when the service cannot
-// be reached, and then Close must not be called. On Linux the service is the firmware's DMI
-// identity, and it answers when any of its board and firmware values can be read. The queries
+// be reached, and then Close must not be called. On Linux the service is the kernel's device
+// tree (sysfs), and it answers whenever that is mounted. The queries
 // below need an open session on the calling thread.
 bool OpenManagementSession();
 void CloseManagementSession();

@@ -430,9 +430,14 @@ std::string BasicDataReport<Worker>::GetMachineId() {
     if (machineIdReady.load(std::memory_order_acquire)) {
         return machineId;
     }
-    machineId = ObtainStoredMachineId();
+    machineId = ObtainMachineId();
     machineIdReady.store(true, std::memory_order_release);
     return machineId;
+}
+
+template <class Worker>
+std::string BasicDataReport<Worker>::ObtainMachineId() {
+    return ObtainStoredMachineId();
 }
 
 template <class Worker>

@@ -102,6 +102,9 @@ class BasicDataReport : public BasicDataReportBase<Worker> {
     uintptr_t GetPumpTimer() const { return pumpTimer; }
 
   protected:
+    // The machine id kept for this user, or derived from the hardware and kept: the one place
+    // where GetMachineId probes and reaches the per-user store. Worker, or the host before Run.
+    virtual std::string ObtainMachineId();
     // A post of one record to build an event in; the memory of a sent post when one is kept.
     ReportPost NewEventPost();
     // The four keys every event starts with.

@@ -2,11 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -174,6 +178,40 @@ TEST_F(UserStoreTest, HardwareIdSourcesAndCache) {
         const bool kept = c.kept && c.kept->c_str() == c.id;
         EXPECT_EQ(Read(kHardware), kept ? c.kept : Z(c.id));
     }
+}
+
+// This machine's own probes: two processes in a row with one home report the same ids, each
+// of 32 lower-case hex digits, and no probe holds the caller past its bound.
+TEST_F(UserStoreTest, TwoRunsOnThisMachineReportTheSameIds) {
+    if (const char* out = std::getenv("QZ_TEST_IDS_OUT")) {
+        setenv("HOME", std::getenv("QZ_TEST_IDS_HOME"), 1);  // the parent's, not this fixture's
+        const auto start = std::chrono::steady_clock::now();
+        std::string hardwareId;
+        HardwareIdStore::Instance().Get(hardwareId);
+        const std::string machineId = ObtainStoredMachineId();
+        std::ofstream(out) << machineId << ' ' << hardwareId << ' '
+                           << std::chrono::duration_cast<std::chrono::milliseconds>(
+                                  std::chrono::steady_clock::now() - start)
+                                  .count();
+        return;
+    }
+    std::vector<std::string> runs;
+    for (int run = 0; run < 2; ++run) {
+        const std::string out = home + "/ids" + std::to_string(run);
+        const std::string command = "QZ_TEST_IDS_HOME=" + home + " QZ_TEST_IDS_OUT=" + out +
+                                    " /proc/" + std::to_string(getpid()) +
+                                    "/exe --gtest_filter=UserStoreTest.TwoRuns* >/dev/null";
+        ASSERT_EQ(0, std::system(command.c_str()));
+        std::string machineId, hardwareId;
+        long milliseconds = -1;
+        std::ifstream(out) >> machineId >> hardwareId >> milliseconds;
+        EXPECT_TRUE(std::regex_match(machineId + hardwareId, std::regex("[0-9a-f]{64}")))
+            << machineId << " " << hardwareId;
+        EXPECT_TRUE(milliseconds >= 0 && milliseconds < 4000) << milliseconds;
+        runs.push_back(machineId + hardwareId);
+    }
+    EXPECT_EQ(runs[0], runs[1]);
+    EXPECT_TRUE(Read(kOld) == Z(runs[0].substr(0, 32)) && Read(kHardware) == Z(runs[0].substr(32)));
 }
 
 }  // namespace

@@ -303,7 +303,11 @@ TEST(ReportObjectTest, MachineIdIsGivenOnceOrAwaited) {
         }
         std::atomic<bool> release{false};
     };
-    ReportObject given;
+    struct Counting : ReportObject {
+        std::string ObtainMachineId() override { return ++obtained, "O"; }
+        std::atomic<int> obtained{0};
+    };
+    Counting given;
     ASSERT_TRUE(InitObject(given, 0));
     static const char a = 'a', b = 'b';
     given.AddMachineIdCallback(&NoteMachineId, const_cast<char*>(&a));
@@ -320,6 +324,12 @@ TEST(ReportObjectTest, MachineIdIsGivenOnceOrAwaited) {
     EXPECT_EQ((std::vector<std::string>{"aH", "bH"}), calls());
     EXPECT_EQ("H", given.GetMachineIdTimeout(0));
     given.Exit(false, 5000);
+    EXPECT_EQ(0, given.obtained.load());  // neither probed nor read from the store
+    Counting unknown;
+    ASSERT_TRUE(InitObject(unknown, 0));
+    EXPECT_EQ("", unknown.GetMachineIdTimeout(0));
+    EXPECT_EQ("O", unknown.GetMachineId());
+    EXPECT_EQ(1, unknown.obtained.load());
 
     Blocking awaited;
     ASSERT_TRUE(InitObject(awaited, 0));

@@ -13,6 +13,33 @@
 
 namespace qzdata_report_kelvo {
 
+namespace {
+
+// The fields of the session information that go in the record only when given.
+const std::pair<const char*, std::string SessionInfo::*> kOptionalSessionFields[] = {
+    {wire::kRecordKeyChannelDesc, &SessionInfo::channel_desc},
+    {wire::kRecordKeyPassport, &SessionInfo::passport},
+    {wire::kRecordKeyTzuid, &SessionInfo::tzuid},
+    {wire::kRecordKeyRunSourceDesc, &SessionInfo::rso_desc},
+    {wire::kRecordKeyReferrer, &SessionInfo::referrer},
+    {wire::kRecordKeyRefDesc, &SessionInfo::ref_desc},
+    {wire::kRecordKeyUver, &SessionInfo::uver},
+    {wire::kRecordKeyBrowserVersion, &SessionInfo::brower_version},
+    {wire::kRecordKeyLanguage, &SessionInfo::local_language},
+    {wire::kRecordKeyOs, &SessionInfo::os},
+    {wire::kRecordKeyScreenColor, &SessionInfo::screen_color},
+    {wire::kRecordKeyScreenResolution, &SessionInfo::screen_resolution},
+    {wire::kRecordKeyMachine, &SessionInfo::machine},
+    {wire::kRecordKeyNetType, &SessionInfo::net_type},
+    {wire::kRecordKeySessionType, &SessionInfo::session_type},
+    {wire::kRecordKeyGame, &SessionInfo::game},
+    {wire::kRecordKeyGameServer, &SessionInfo::game_server},
+    {wire::kRecordKeyMpassport, &SessionInfo::mpassport},
+    {wire::kRecordKeyTraceId, &SessionInfo::trace_id},
+};
+
+}  // namespace
+
 template <class Worker>
 BasicDataReport<Worker>::BasicDataReport() = default;
 
@@ -477,37 +504,18 @@ bool BasicDataReport<Worker>::PostSessionInfo(const SessionInfo& info) {
     {
         RecordBuilder record(records.front());
         AddEventKeys(record);
-        const auto addGiven = [&record](const char* key, const std::string& value) {
-            if (!value.empty()) {
-                record.Add(key, value);
-            }
-        };
         record.Add(wire::kRecordKeyIver, info.iver);
         record.Add(wire::kRecordKeyChannel, channel);
         record.Add(wire::kRecordKeyRunSource, runSource);
-        addGiven(wire::kRecordKeyChannelDesc, info.channel_desc);
-        addGiven(wire::kRecordKeyPassport, info.passport);
-        addGiven(wire::kRecordKeyTzuid, info.tzuid);
-        addGiven(wire::kRecordKeyRunSourceDesc, info.rso_desc);
-        addGiven(wire::kRecordKeyReferrer, info.referrer);
-        addGiven(wire::kRecordKeyRefDesc, info.ref_desc);
-        addGiven(wire::kRecordKeyUver, info.uver);
         record.Add(wire::kRecordKeySdkVersion, version::kSdkVersion);
-        addGiven(wire::kRecordKeyBrowserVersion, info.brower_version);
-        addGiven(wire::kRecordKeyLanguage, info.local_language);
-        addGiven(wire::kRecordKeyOs, info.os);
-        addGiven(wire::kRecordKeyScreenColor, info.screen_color);
-        addGiven(wire::kRecordKeyScreenResolution, info.screen_resolution);
-        addGiven(wire::kRecordKeyMachine, info.machine);
-        addGiven(wire::kRecordKeyNetType, info.net_type);
-        addGiven(wire::kRecordKeySessionType, info.session_type);
-        addGiven(wire::kRecordKeyGame, info.game);
-        addGiven(wire::kRecordKeyGameServer, info.game_server);
+        for (const auto& [key, field] : kOptionalSessionFields) {
+            if (!(info.*field).empty()) {
+                record.Add(key, info.*field);
+            }
+        }
         if (info.report_time) {
             record.Add(wire::kRecordKeyTime, FormatEventTime());
         }
-        addGiven(wire::kRecordKeyMpassport, info.mpassport);
-        addGiven(wire::kRecordKeyTraceId, info.trace_id);
         if (machineIdReady.load(std::memory_order_acquire)) {
             record.Add(wire::kRecordKeyDeviceId, machineId);
         }

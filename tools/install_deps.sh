@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(build-essential cmake pkg-config libjsoncpp-dev libgtest-dev libgmock-dev
-          libbenchmark-dev libssl-dev openssl)
+          libbenchmark-dev libssl-dev openssl python3-cryptography)
 
 missing=()
 for package in "${packages[@]}"; do

@@ -6,8 +6,13 @@
 
 namespace {
 
+// Also after each test: an object left alive to the end of the process would show its lazily
+// made resources as leaks.
 struct FreshReportObject : testing::EmptyTestEventListener {
     void OnTestStart(const testing::TestInfo&) override {
+        qzdata_report_kelvo::ResetReportObjectForTesting();
+    }
+    void OnTestEnd(const testing::TestInfo&) override {
         qzdata_report_kelvo::ResetReportObjectForTesting();
     }
 };

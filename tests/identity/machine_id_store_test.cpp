@@ -12,11 +12,12 @@
 #include <optional>
 #include <regex>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
-#include "codec/md5.h"
 #include "identity/hardware_id_store.h"
+#include "identity/probe_text.h"
 #include "identity/probes.h"
 
 namespace qzdata_report_kelvo {
@@ -31,24 +32,14 @@ const char kNew[] = "software/norvik/qzdata_report_kelvo/mid";
 const char kHardware[] = "software/norvik/datareportsdk/mid_2";
 const std::string kDigits = "0123456789abcdef0123456789abcdef";
 
-std::string Z(const std::string& text) {
-    return text + '\0';
-}
-
-std::string Md5(const std::string& text) {
-    Md5Context md5;
-    md5.Start(text);
-    return md5.HexDigest();
-}
+const auto Z = [](const std::string& text) { return text + '\0'; };
+const auto Md5 = DigestMachineText;
 
 // Every test runs against a store of its own under a temporary HOME.
-class UserStoreTest : public ::testing::Test {
-  protected:
+struct UserStoreTest : ::testing::Test {
     void SetUp() override {
-        for (const char* name : {"HOME", "XDG_CONFIG_HOME"}) {
-            const char* value = std::getenv(name);
-            saved.emplace_back(name, value ? Bytes(value) : std::nullopt);
-        }
+        for (const char* name : {"HOME", "XDG_CONFIG_HOME"})
+            saved.emplace_back(name, std::getenv(name) ? Bytes(std::getenv(name)) : std::nullopt);
         char pattern[] = "/tmp/qz_user_store_XXXXXX";
         ASSERT_NE(mkdtemp(pattern), nullptr);
         home = pattern;
@@ -56,9 +47,8 @@ class UserStoreTest : public ::testing::Test {
         unsetenv("XDG_CONFIG_HOME");
     }
     void TearDown() override {
-        for (const auto& [name, value] : saved) {
+        for (const auto& [name, value] : saved)
             value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
-        }
         fs::remove_all(home);
     }
     std::string Path(const std::string& value) const { return home + "/.config/" + value; }
@@ -79,13 +69,8 @@ class UserStoreTest : public ::testing::Test {
 
 TEST_F(UserStoreTest, MachineIdPrecedenceAndRepair) {
     const std::string derived = Md5("hardware"), fits = kDigits.substr(1);
-    // A value that is rewritten loses the bytes after its zero.
-    const struct {
-        const char* name;
-        Bytes old, now;
-        std::string id;
-        Bytes oldAfter, newAfter;
-    } cases[] = {
+    // name, old value, new value, id, old and new value after (a rewrite drops bytes after zero)
+    const std::tuple<const char*, Bytes, Bytes, std::string, Bytes, Bytes> cases[] = {
         {"clean profile", {}, {}, derived, Z(derived), Z(derived)},
         {"old only", "o\0x"s, {}, "o", "o\0x"s, Z("o")},
         {"new only", {}, "n\0x"s, "n", Z("n"), "n\0x"s},
@@ -97,16 +82,16 @@ TEST_F(UserStoreTest, MachineIdPrecedenceAndRepair) {
         {"new of 33 bytes", {}, Z(kDigits), derived, Z(derived), Z(derived)},
         {"old empty", Z(""), Z("n"), "", Z(""), Z("")},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, old, now, id, oldAfter, newAfter] : cases) {
+        SCOPED_TRACE(name);
         fs::remove_all(home + "/.config");
-        Put(kOld, c.old);
-        Put(kNew, c.now);
+        Put(kOld, old);
+        Put(kNew, now);
         int derivations = 0;
-        EXPECT_EQ(ObtainStoredMachineId([&] { return ++derivations, derived; }), c.id);
-        EXPECT_EQ(derivations, c.id == derived ? 1 : 0);
-        EXPECT_EQ(Read(kOld), c.oldAfter);
-        EXPECT_EQ(Read(kNew), c.newAfter);
+        EXPECT_EQ(ObtainStoredMachineId([&] { return ++derivations, derived; }), id);
+        EXPECT_EQ(derivations, id == derived ? 1 : 0);
+        EXPECT_EQ(Read(kOld), oldAfter);
+        EXPECT_EQ(Read(kNew), newAfter);
     }
 }
 
@@ -127,8 +112,7 @@ TEST_F(UserStoreTest, FilesArePrivateAndWrittenWhole) {
     EXPECT_TRUE(fs::exists(home + "/xdg/software/norvik/qzdata_report_kelvo/mid"));
 }
 
-class FakeProbes : public HardwareProbes {
-  public:
+struct FakeProbes : HardwareProbes {
     explicit FakeProbes(bool serviceOk) : serviceOk(serviceOk) {}
     bool OpenWmi() override { return serviceOk; }
     void CloseWmi() override { ++closes; }
@@ -148,12 +132,8 @@ class FakeProbes : public HardwareProbes {
 TEST_F(UserStoreTest, HardwareIdSourcesAndCache) {
     const std::string service = Md5("cpu|adapter|disk|bios|board");
     const std::string fallback = Md5("cpunetbiosidentityfirmware") + "-";
-    // A kept value without its zero shows whether it was written again.
-    const struct {
-        bool serviceOk;
-        Bytes kept;
-        std::string id;  // kept as it is when equal to `kept`'s text, else written with a zero
-    } cases[] = {
+    // service reached, kept value (without its zero: shows a rewrite), id (written unless kept)
+    const std::tuple<bool, Bytes, std::string> cases[] = {
         {true, {}, service},
         {true, Z(kDigits), service},
         {true, Z(service + "-"), service},
@@ -168,31 +148,29 @@ TEST_F(UserStoreTest, HardwareIdSourcesAndCache) {
         {false, Z(kDigits + "-a"), fallback},
         {false, kDigits + "-a", fallback},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.serviceOk << " " << c.kept.value_or("(none)"));
+    for (const auto& [serviceOk, kept, id] : cases) {
+        SCOPED_TRACE(testing::Message() << serviceOk << " " << kept.value_or("(none)"));
         fs::remove_all(home + "/.config");
-        Put(kHardware, c.kept);
-        FakeProbes probes(c.serviceOk);
-        EXPECT_EQ(BuildHardwareId(probes), c.id);
-        EXPECT_EQ(probes.closes, c.serviceOk ? 1 : 0);
-        const bool kept = c.kept && c.kept->c_str() == c.id;
-        EXPECT_EQ(Read(kHardware), kept ? c.kept : Z(c.id));
+        Put(kHardware, kept);
+        FakeProbes probes(serviceOk);
+        EXPECT_EQ(BuildHardwareId(probes), id);
+        EXPECT_EQ(probes.closes, serviceOk ? 1 : 0);
+        EXPECT_EQ(Read(kHardware), kept && kept->c_str() == id ? kept : Z(id));
     }
 }
 
 // This machine's own probes: two processes in a row with one home report the same ids, each
 // of 32 lower-case hex digits, and no probe holds the caller past its bound.
 TEST_F(UserStoreTest, TwoRunsOnThisMachineReportTheSameIds) {
+    using namespace std::chrono;
     if (const char* out = std::getenv("QZ_TEST_IDS_OUT")) {
         setenv("HOME", std::getenv("QZ_TEST_IDS_HOME"), 1);  // the parent's, not this fixture's
-        const auto start = std::chrono::steady_clock::now();
+        const auto start = steady_clock::now();
         std::string hardwareId;
         HardwareIdStore::Instance().Get(hardwareId);
         const std::string machineId = ObtainStoredMachineId();
-        std::ofstream(out) << machineId << ' ' << hardwareId << ' '
-                           << std::chrono::duration_cast<std::chrono::milliseconds>(
-                                  std::chrono::steady_clock::now() - start)
-                                  .count();
+        const auto ms = duration_cast<milliseconds>(steady_clock::now() - start).count();
+        std::ofstream(out) << machineId << ' ' << hardwareId << ' ' << ms;
         return;
     }
     std::vector<std::string> runs;
@@ -215,5 +193,4 @@ TEST_F(UserStoreTest, TwoRunsOnThisMachineReportTheSameIds) {
 }
 
 }  // namespace
-
 }  // namespace qzdata_report_kelvo

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "identity/hardware_id_store.h"
@@ -13,16 +14,13 @@ namespace {
 const std::string kSdk = "%26sdk_ver%3Dvs-nat-2.2.5";
 const std::string kSdkOnly = "extra=sdk_ver%3Dvs-nat-2.2.5";
 // The hardware id of this machine as every record carries it.
-std::string HardwareId() {
+const std::string kMid = "kelvo_mid=" + [] {
     std::string id;
-    HardwareIdStore::Instance().Get(id);
-    return id;
-}
-const std::string kMid = "kelvo_mid=" + HardwareId();
+    return HardwareIdStore::Instance().Get(id), id;
+}();
 const std::string kBare = kMid + "&" + kSdkOnly;
 
-class RecordFormatTest : public ::testing::Test {
-  protected:
+struct RecordFormatTest : ::testing::Test {
     std::string Query(const ReportRecord& record,
                       RecordQueryResult expectedResult = RecordQueryResult::kOk) {
         std::string query;
@@ -36,36 +34,25 @@ class RecordFormatTest : public ::testing::Test {
 
 TEST_F(RecordFormatTest, WorkedExampleByteForByte) {
     formatter.SetCommonParams({{"mid", "ABC"}, {"pro", "demo"}});
-    const std::string query = Query({{"act", "zhwebevent"}, {"eid", "click"}, {"eid_desc", "a b"}});
-    const std::string expectedQuery =
-        kMid + "&mid=ABC&pro=demo&extra=eid%3Dclick%26eid_desc%3Da%2Bb%26sdk_ver%3Dvs-nat-2.2.5";
-    EXPECT_EQ(expectedQuery, query);
+    EXPECT_EQ(
+        kMid + "&mid=ABC&pro=demo&extra=eid%3Dclick%26eid_desc%3Da%2Bb%26sdk_ver%3Dvs-nat-2.2.5",
+        Query({{"act", "zhwebevent"}, {"eid", "click"}, {"eid_desc", "a b"}}));
     EXPECT_EQ("zhwebevent", lastAction);
 }
 
-std::string X(const std::string& extra) {
-    return kMid + "&extra=" + extra + kSdk;
-}
-
-std::string Times(const std::string& text, int count) {
-    std::string result;
-    while (count-- > 0) {
-        result += text;
-    }
-    return result;
-}
+const auto X = [](const std::string& extra) { return kMid + "&extra=" + extra + kSdk; };
 
 TEST_F(RecordFormatTest, QueryCases) {
+    std::string e400, escaped;
+    for (int i = 0; i < 400; ++i)
+        e400 += "\xC3\xA9", escaped += "%25C3%25A9";
     const struct {
         const char* name;
         ReportRecord record;
-        std::string query;
-        std::string action = "zhwebevent";
+        std::string query, action = "zhwebevent";
     } cases[] = {
         // 800 bytes, far beyond the first escape buffer, escaped twice; later rows reuse it.
-        {"long values grow the buffer",
-         {{"content", Times("\xC3\xA9", 400)}},
-         X("content%3D" + Times("%25C3%25A9", 400))},
+        {"long values grow the buffer", {{"content", e400}}, X("content%3D" + escaped)},
         {"no action key falls back", {{"eid", "e"}}, X("eid%3De")},
         {"long action names the path", {{"action", "x"}, {"eid", "e"}}, X("eid%3De"), "x"},
         {"capital ACT is a known field", {{"ACT", "y"}, {"eid", "e"}}, "ACT=y&" + X("eid%3De")},
@@ -79,13 +66,9 @@ TEST_F(RecordFormatTest, QueryCases) {
         {"escaped names escaped twice", {{"content", "50% off"}}, X("content%3D50%2525%2Boff")},
         {"non-ASCII elsewhere once", {{"note", "\xC3\xA9"}}, X("note%3D%C3%A9")},
         {"atime beats ati", {{"ati", "1"}, {"atime", "2"}}, "ati=2&" + kBare},
-        {"short name after its long one wins",
-         {{"game_server", "l"}, {"gse", "s"}},
-         "gse=s&" + kBare},
-        {"long names are exact",
-         {{"duration", "5"}, {"Duration", "6"}},
-         "dur=5&" + X("Duration%3D6")},
-        {"brower_version is the long name",
+        {"short after long wins", {{"game_server", "l"}, {"gse", "s"}}, "gse=s&" + kBare},
+        {"long names exact", {{"duration", "5"}, {"Duration", "6"}}, "dur=5&" + X("Duration%3D6")},
+        {"bve",
          {{"brower_version", "b"}, {"browser_version", "c"}},
          "bve=b&" + X("browser_version%3Dc")},
         {"empty other value is harmless", {{"eid", "e"}, {"other", ""}}, X("eid%3De%26other%3D")},
@@ -126,13 +109,8 @@ TEST(EscapeParamValueTest, Cases) {
     constexpr ParamEscape P = ParamEscape::kStrictBlankAsPlus;
     constexpr ParamEscape S = ParamEscape::kStrict;
     constexpr ParamEscape L = ParamEscape::kLenient;
-    const struct {
-        const char* name;
-        std::string source;
-        uint32_t size;
-        ParamEscape mode;
-        std::string expected;
-    } cases[] = {
+    // name, source, buffer size, mode, text written
+    const std::tuple<const char*, std::string, uint32_t, ParamEscape, std::string> cases[] = {
         {"strict keeps unreserved marks", "aZ09-_.!~*'()", 64, P, "aZ09-_.!~*'()"},
         {"strict escapes reserved bytes", "a=b&c/d", 64, P, "a%3Db%26c%2Fd"},
         {"blank becomes plus", "a b", 64, P, "a+b"},
@@ -146,14 +124,12 @@ TEST(EscapeParamValueTest, Cases) {
         {"no room for terminator stops", "=", 3, P, ""},
         {"copies leave room for terminator", "abcdef", 4, P, "abc"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        std::vector<char> target(c.size + 8, '#');
-        EXPECT_EQ(c.expected.size(),
-                  EscapeParamValue(c.source.c_str(), target.data(), c.size, c.mode));
-        EXPECT_EQ(c.expected, std::string(target.data()));
-        // Nothing is written past the buffer.
-        EXPECT_EQ(std::string(8, '#'), std::string(target.data() + c.size, 8));
+    for (const auto& [name, source, size, mode, expected] : cases) {
+        SCOPED_TRACE(name);
+        std::vector<char> target(size + 8, '#');
+        EXPECT_EQ(expected.size(), EscapeParamValue(source.c_str(), target.data(), size, mode));
+        EXPECT_EQ(expected, std::string(target.data()));
+        EXPECT_EQ(std::string(8, '#'), std::string(target.data() + size, 8));  // nothing past it
     }
     char target[1] = {'#'};
     EXPECT_EQ(0u, EscapeParamValue("abc", target, 0, ParamEscape::kStrictBlankAsPlus));

@@ -19,8 +19,7 @@
 namespace qzdata_report_kelvo {
 namespace {
 
-class ReportThreadTest : public ::testing::Test {
-  protected:
+struct ReportThreadTest : ::testing::Test {
     ReportThreadTest() : impl(&stopOldSdk) {
         impl.SetRecordObserver([this](const BuiltRecord& record) { Keep(record); });
     }
@@ -68,12 +67,10 @@ TEST_F(ReportThreadTest, PostsWaitUntilResumeAndStopDrainsInOrder) {
 }
 
 struct Gate {
-    CEvent entered;
-    CEvent release;
-    static void Hold(void* argument) {
-        auto* gate = static_cast<Gate*>(argument);
-        gate->entered.Set();
-        gate->release.Wait(kInfinite);
+    CEvent entered, release;
+    static void Hold(void* gate) {
+        static_cast<Gate*>(gate)->entered.Set();
+        static_cast<Gate*>(gate)->release.Wait(kInfinite);
     }
 };
 
@@ -108,9 +105,8 @@ TEST_F(ReportThreadTest, StopWithZeroTimeoutAbandonsABusyWorkerAndLosesTheQueue)
 TEST_F(ReportThreadTest, AFailedStepDropsOnePostAndTheWorkerGoesOn) {
     std::atomic<int> calls{0};
     impl.SetRecordObserver([&](const BuiltRecord& record) {
-        if (calls++ == 0) {
+        if (calls++ == 0)
             throw std::bad_alloc();
-        }
         Keep(record);
     });
     Enqueue({{{"eid", "lost"}}, {{"eid", "lost-too"}}});
@@ -123,26 +119,17 @@ TEST_F(ReportThreadTest, AFailedStepDropsOnePostAndTheWorkerGoesOn) {
     EXPECT_EQ(2u, impl.GetReportContext()->GetStats().Peek().unreported);
 }
 
-// Start-up calls run in order before any drain; a silent worker drops every hand-over; a record
-// that fails is skipped and the rest of its post goes on; sent single-record posts are kept for
-// reuse with their old content.
+// Start-up calls run in order before any drain; a silent worker drops every hand-over; a failed
+// record is skipped, the rest of its post goes on; sent single-record posts are kept as they were.
 TEST_F(ReportThreadTest, StartupSilenceSkippedRecordsAndSparePosts) {
-    Strings order;
-    impl.SetRecordObserver([&](const BuiltRecord& record) {
-        order.push_back("record");
-        Keep(record);
-    });
-    const auto startup = [](void* argument) {
-        static_cast<Strings*>(argument)->push_back("startup");
-    };
-    impl.AddStartupCall(startup, &order);
+    // Start-up calls write into the built records' list: they run on the worker before it.
+    const auto startup = [](void* list) { static_cast<Strings*>(list)->push_back("startup"); };
+    impl.AddStartupCall(startup, &eids);
     impl.AddStartupCall(nullptr, nullptr);
-    impl.AddStartupCall(startup, &order);
+    impl.AddStartupCall(startup, &eids);
     impl.SetSilent(true);
     Enqueue("dropped");
-    ReportPost moved;
-    moved.records = {{{"eid", "moved"}}};
-    impl.EnqueuePost(std::move(moved));
+    impl.EnqueuePost({L"u", {{{"eid", "moved"}}}});
     EXPECT_TRUE(impl.QueuedPosts().empty());
     impl.SetSilent(false);
     EXPECT_TRUE(impl.TakeSparePost().records.empty());
@@ -150,11 +137,8 @@ TEST_F(ReportThreadTest, StartupSilenceSkippedRecordsAndSparePosts) {
     Enqueue({{{"eid", "a"}}, {{"eid", "b"}, {"eid_desc", ""}}, {{"eid", "c"}}});
     Run();
     impl.Stop(5000);
-    EXPECT_EQ((Strings{"startup", "startup", "record", "record", "record"}), order);
-    EXPECT_EQ((Strings{"one", "a", "c"}), Eids());
-    const ReportPost spare = impl.TakeSparePost();
-    ASSERT_EQ(1u, spare.records.size());
-    EXPECT_EQ("one", spare.records[0].at("eid"));
+    EXPECT_EQ((Strings{"startup", "startup", "one", "a", "c"}), Eids());
+    EXPECT_EQ((std::vector<ReportRecord>{{{"eid", "one"}}}), impl.TakeSparePost().records);
     EXPECT_TRUE(impl.TakeSparePost().records.empty());
 }
 
@@ -163,14 +147,13 @@ std::vector<std::pair<uint32_t, void*>> finished;
 
 TEST_F(ReportThreadTest, FinishedPostsReachTheirCallbacksOnTheDeliveringThread) {
     impl.AddStartupCall(
-        [](void* argument) {
-            auto* post = new ReportPost;
-            post->callback = [](ReportResponed& r) {
+        [](void* worker) {
+            const auto callback = [](ReportResponed& r) {
                 finished.emplace_back(r.status, r.post->context);
             };
-            post->context = &finished;
-            static_cast<ReportThreadImpl*>(argument)->FinishPost(post, 15);
-            static_cast<ReportThreadImpl*>(argument)->FinishPost(new ReportPost, 0);
+            static_cast<ReportThreadImpl*>(worker)->FinishPost(
+                new ReportPost{L"", {}, false, callback, &finished}, 15);
+            static_cast<ReportThreadImpl*>(worker)->FinishPost(new ReportPost, 0);
         },
         &impl);
     Run();

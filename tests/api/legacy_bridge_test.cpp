@@ -19,14 +19,13 @@ int context = 0;
 const std::vector<ReportRecord> records{{{"k", "v"}}, {{"k", "w"}}};
 const EidDescPtrPair descriptions[] = {{"legacyb", L"B"}, {"legacyc", L"C"}, {}};
 
-// An export, the call its legacy function hears (as written when it hears its own arguments),
-// and the fields of the event it reports besides the common ones and "ati" (none: no event).
+// An export, the call its legacy function hears (AS_WRITTEN: its own arguments), and the fields
+// of its event but the common ones (none: no event).
 using ExportCase = std::tuple<std::function<void()>, std::string, ReportRecord>;
 #define HEARS(call, heard, ...) ExportCase([] { call; }, heard, ReportRecord(__VA_ARGS__))
 #define AS_WRITTEN(call, ...) HEARS(call, #call, __VA_ARGS__)
 
-// Each export that has a legacy counterpart (Init, Run and Exit aside). The typed events build
-// their path and description from their arguments; the Post family passes no content.
+// Each export with a legacy counterpart (Init, Run and Exit aside).
 const std::vector<ExportCase> cases = {
     HEARS(AddEidDescList(std::vector<EidDescPair>{{"typedseg", L"Typed"}}),
           "AddEidDescList(1 items)"),
@@ -63,10 +62,9 @@ const std::vector<ExportCase> cases = {
     AS_WRITTEN(SetValue("k", "v")), AS_WRITTEN(SetWideValue("k", L"w")),
     HEARS(SetDWORD("k", 5ul), "SetDWORD(\"k\", 5)")};
 
-// The whole life of the process-wide object through the exports, with the fake as the legacy
-// library. Until the server turns the older library off, each export calls its legacy function
-// once, before its own work (seen here by the event's trace); afterwards the older library hears
-// nothing.
+// The process-wide object's whole life through the exports, with the fake as the legacy library.
+// Until the server turns the older library off, each export calls its legacy function once,
+// before its own work (seen by the event's trace); afterwards the older library hears nothing.
 TEST(LegacyBridgeTest, ExportsCallTheLegacyLibraryFirstUntilTheSwitchIsOn) {
     static const LegacyFunctions table = MakeLinkedLegacyFunctions();
     SetLegacyFunctionsForTesting(&table);
@@ -102,8 +100,7 @@ TEST(LegacyBridgeTest, ExportsCallTheLegacyLibraryFirstUntilTheSwitchIsOn) {
     EXPECT_EQ(std::vector<std::string>{"Run()"}, qz_fake_legacy::Take());
     EXPECT_EQ(kRunning, GetReportObject()->GetObjectState());
 
-    // The switch goes on: the older library hears nothing from the very next call on, and the
-    // library's own work goes on.
+    // The switch goes on: from the next call on the older library hears nothing; our work goes on.
     port::SetDebugSink([](const std::string&) {});
     GetReportObject()->SetStopOldSdk(true);
     for (const ExportCase& c : cases) {
@@ -111,9 +108,8 @@ TEST(LegacyBridgeTest, ExportsCallTheLegacyLibraryFirstUntilTheSwitchIsOn) {
     }
     qzdata_report_kelvo::Run();
     Exit(true, 5000);
-    EXPECT_TRUE(qz_fake_legacy::Take().empty());
-    EXPECT_TRUE(queued().empty());
-    EXPECT_FALSE(GetReportObject()->GetReportThread().IsRunning());
+    EXPECT_TRUE(qz_fake_legacy::Take().empty() && queued().empty() &&
+                !GetReportObject()->GetReportThread().IsRunning());
 
     // After Exit the object stays: reports are accepted and go nowhere.
     GetReportObject()->SetStopOldSdk(false);

@@ -15,8 +15,7 @@
 namespace qzdata_report_kelvo {
 namespace {
 
-// A call, what the older library hears (a wide URL shows as "set"), and the fields of the event
-// it reports besides the common ones; with none, the call returns false and reports nothing.
+// A call, what the older library hears (wide URL: "set"), its event's fields (none: refused).
 using UrlCase = std::tuple<std::function<bool()>, std::vector<std::string>, ReportRecord>;
 #define HEARS(call, heard, ...) UrlCase([] { return call; }, heard, ReportRecord(__VA_ARGS__))
 #define AS_WRITTEN(call, ...) HEARS(call, {#call}, __VA_ARGS__)

@@ -1,9 +1,7 @@
-// The byte codecs, against known answers: MD5, base64, the AES blob cipher and the DES block
-// decoder.
+// The byte codecs against known answers: MD5, base64, the AES blob cipher and the DES decoder.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cctype>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -37,17 +35,12 @@ AesBlobPlain DecodeBlob(const std::string& pass, const std::string& blob, bool b
     return cipher.Decode(blob);
 }
 
-// Whole, and in pieces across block boundaries with a digest taken after every piece: a digest
-// must leave the running state (words, count and buffered bytes) as it was.
+// Whole, and in pieces with a digest after each: a digest leaves the running state as it was.
 TEST(Md5ContextTest, KnownDigestsWholeAndInPieces) {
     const std::pair<std::string, const char*> suite[] = {
         // RFC 1321, appendix A.5
         {"", "d41d8cd98f00b204e9800998ecf8427e"},
         {"abc", "900150983cd24fb0d6963f7d28e17f72"},
-        {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789",
-         "d174ab98d277d9f5a5611c2c9f419d9f"},
-        {"12345678901234567890123456789012345678901234567890123456789012345678901234567890",
-         "57edf4a22be3c955ac49da2e2107b67a"},
         // 56 and 64 bytes: the padding no longer fits the last block, or needs a block of its own.
         {std::string(56, 'a'), "3b0c8ac703f828b04c6c197006d17218"},
         {std::string(64, 'a'), "014842d480b571495a4a0363793f7367"}};
@@ -67,13 +60,12 @@ TEST(Md5ContextTest, KnownDigestsWholeAndInPieces) {
 }
 
 TEST(Base64Test, DecodesAndSkips) {
-    const std::pair<std::string, std::string> cases[] = {
-        {"", ""},
-        {"Zg==", "f"},
-        {"Zm8", "fo"},
-        {"Zm9vY", "foo"},                      // one leftover character gives nothing
-        {"Zm\xc3\xa9 9v\r\n*YmFy", "foobar"},  // bytes outside the alphabet are skipped
-        {"Zg==Zm9v", "f"}};                    // reading stops at the first '='
+    // One leftover character gives nothing, bytes outside the alphabet are skipped, and reading
+    // stops at the first '='.
+    // clang-format off
+    const std::pair<std::string, std::string> cases[] = {{"", ""}, {"Zg==", "f"}, {"Zm8", "fo"},
+        {"Zm9vY", "foo"}, {"Zm\xc3\xa9 9v\r\n*YmFy", "foobar"}, {"Zg==Zm9v", "f"}};
+    // clang-format on
     for (const auto& [text, bytes] : cases) {
         std::string output = "stale";
         EXPECT_EQ(Base64Decode(text, output), static_cast<int>(bytes.size()));
@@ -88,9 +80,7 @@ TEST(Base64Test, DecodesAndSkips) {
         {-5, 0, 0}, {0, 0, 0},  {1, 0, 4},  {2, 1, 4},    {3, 2, 4},    {4, 3, 8},   {5, 3, 8},
         {6, 4, 8},  {7, 5, 12}, {8, 6, 12}, {16, 12, 24}, {17, 12, 24}, {32, 24, 44}};
     for (const auto& [n, decoded, encoded] : sizes) {
-        EXPECT_EQ(std::make_pair(Base64DecodedSize(n), Base64EncodedSize(n)),
-                  std::make_pair(decoded, encoded))
-            << n;
+        EXPECT_TRUE(Base64DecodedSize(n) == decoded && Base64EncodedSize(n) == encoded) << n;
     }
 }
 
@@ -111,17 +101,16 @@ TEST(CAesBlobCipherTest, RefusesMalformedOuterLayer) {
     }
 }
 
-// Without libcrypto nothing is deciphered: the AES output is marked, so that such a blob fails
-// to parse, and DES blocks pass unchanged, which puts the padding rule itself under test.
+// Without libcrypto the AES output is marked (a blob fails to parse); DES blocks pass unchanged,
+// which puts the padding rule itself under test.
 TEST(MissingCryptoLibraryTest, NeutralResultsAndDesPaddingRule) {
     crypto::CryptoLibrary& library = crypto::CryptoLibrary::Instance();
     library.OverrideNamesForTesting({"libqz-missing.so.0"});
     unsigned int size = 77;
-    EXPECT_EQ(std::make_tuple(library.EVP_md5() == nullptr,
-                              library.EVP_Digest("abc", 3, nullptr, &size, nullptr, nullptr),
-                              library.AES_set_decrypt_key(nullptr, 128, nullptr),
-                              library.AES_set_encrypt_key(nullptr, 128, nullptr), size),
-              std::make_tuple(true, 0, -1, -1, 77u));
+    EXPECT_TRUE(library.EVP_md5() == nullptr &&
+                library.EVP_Digest("abc", 3, nullptr, &size, nullptr, nullptr) == 0 &&
+                library.AES_set_decrypt_key(nullptr, 128, nullptr) == -1 &&
+                library.AES_set_encrypt_key(nullptr, 128, nullptr) == -1 && size == 77);
     const AesBlobPlain result = DecodeBlob("VectorPass", "00000020" + std::string(64, '1'));
     EXPECT_EQ(result.plain, "\xCD" + std::string(19, '\0'));
     // Cipher text, and the length of the plain text kept from it.
@@ -155,10 +144,6 @@ TEST(CipherVectorsTest, AesInHexAndBase64AndDes) {
             EXPECT_EQ(result.plainLength * 2, static_cast<int32_t>(v[2].size())) << v[0];
             EXPECT_EQ(result.cipherLength, (result.plainLength + 15) / 16 * 16) << v[0];
         }
-        // The hex text is read as lower case only, unchecked: upper case gives other bytes.
-        std::string upper = v[3];
-        std::transform(upper.begin(), upper.end(), upper.begin(), ::toupper);
-        EXPECT_NE(Hex(DecodeBlob(v[1], upper).plain), v[2]) << v[0];
     }
     for (const std::string* v = des.data(); v < des.data() + des.size(); v += 4) {
         // Name, key, cipher text in base64, plain text in hex.

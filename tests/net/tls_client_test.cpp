@@ -8,8 +8,7 @@
 #include "net/net_test_util.h"
 #include "net/tls_library.h"
 
-// The TLS library that the test binary links itself, for the server side. Its headers come last:
-// they define macros that would rename the client's own declarations.
+// The server side's own TLS library; last, as its macros would rename the client's declarations.
 #include <openssl/ssl.h>
 
 namespace qzdata_report_kelvo {
@@ -17,9 +16,8 @@ namespace {
 
 using namespace net_test;
 
-// A TLS server peer, with the key and certificate of data/: after the handshake it reads one
-// request, answers `reply` and closes the session; closes the connection with a reset; or holds
-// it without reading or answering.
+// A TLS peer (key and certificate of data/): after the handshake it answers one request with
+// `reply` and closes the session, resets the connection, or holds it without reading.
 enum class TlsThen { Respond, Reset, Stall };
 HttpTestServer::Handler TlsPeer(TlsThen then, std::string reply = "") {
     return [then, reply](qz_test::TestConnection& connection) {
@@ -33,14 +31,12 @@ HttpTestServer::Handler TlsPeer(TlsThen then, std::string reply = "") {
         std::unique_ptr<SSL, void (*)(SSL*)> session(SSL_new(context), SSL_free);
         char head[4096];
         if (!session || SSL_set_fd(session.get(), connection.fd()) != 1 ||
-            SSL_accept(session.get()) != 1) {
-            // The handshake failed: nothing more to do.
+            SSL_accept(session.get()) != 1) {  // no handshake: nothing to do
         } else if (then == TlsThen::Reset) {
             connection.Reset();
         } else if (then == TlsThen::Stall) {
             connection.Stall();
-        } else if (SSL_read(session.get(), head, sizeof(head)) > 0) {
-            // The clients write a request head (no body here) in one record.
+        } else if (SSL_read(session.get(), head, sizeof(head)) > 0) {  // the head: one record
             SSL_write(session.get(), reply.data(), static_cast<int>(reply.size()));
             SSL_shutdown(session.get());
             connection.WaitForPeerClose();
@@ -55,15 +51,11 @@ class TlsClientTest : public ClientTest<CHttpClient_https> {
         CHttpClient_https::StartupTls(false);
         ASSERT_TRUE(TlsTransport::HasContext()) << "the TLS library could not be loaded";
     }
-    void TearDown() override {
-        client.Disconnect();
-        CHttpClient_https::CleanupTls();
-    }
+    void TearDown() override { client.Disconnect(), CHttpClient_https::CleanupTls(); }
     TlsLibrary& tls = TlsLibrary::Instance();
 };
 
-// The outcomes of TLS itself (the others are those of the plain client); time-outs come after
-// the time-out.
+// The outcomes of TLS itself (the others are the plain client's); time-outs after the time-out.
 TEST_F(TlsClientTest, OutcomesOverTls) {
     const std::tuple<HttpTestServer::Handler, int, long> cases[] = {
         {TlsPeer(TlsThen::Respond, "HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\nab"),
@@ -72,19 +64,18 @@ TEST_F(TlsClientTest, OutcomesOverTls) {
         {TlsPeer(TlsThen::Stall), net::kResultTlsReceiveTimedOut, kTimeoutMs - 10},
         {HttpTestServer::Silent(), net::kResultHandshakeTimedOut, kTimeoutMs - 10}};
     for (const auto& [peer, code, leastMs] : cases) {
-        SCOPED_TRACE(code);
         Serve(peer);
         const auto start = Clock::now();
         EXPECT_EQ(Reply(client).code, code);
-        EXPECT_GE(ElapsedMs(start), leastMs);
-        EXPECT_LT(ElapsedMs(start), static_cast<long>(kTimeoutMs) + 1500);
+        const long ms = ElapsedMs(start);
+        EXPECT_TRUE(ms >= leastMs && ms < static_cast<long>(kTimeoutMs) + 1500)
+            << code << ": " << ms;
     }
     ExpectSendFailures(TlsPeer(TlsThen::Reset), TlsPeer(TlsThen::Stall), net::kResultTlsWriteFailed,
                        net::kResultTlsSendTimedOut);
 }
 
-// The real shutdown runs; the first call then reports what the test scripted.
-std::atomic<int> firstShutdownResult{1}, shutdownCalls{0};
+std::atomic<int> firstShutdownResult{1}, shutdownCalls{0};  // scripted result of the first call
 
 // A shutdown that has sent its alert but not seen the peer's (0) is called once more; one that
 // completed (1) or failed (-1) is not.
@@ -101,8 +92,7 @@ TEST_F(TlsClientTest, SessionShutDownAndFailuresBeforeAnyContact) {
         EXPECT_EQ(shutdownCalls.load(), first == 0 ? 2 : 1) << first;
     }
 
-    // Failures before any contact: no session, a session that refuses the socket, TLS not
-    // started, and the TLS library absent.
+    // Failures before any contact: no session, socket refused, TLS not started, library absent.
     tls.NewForTesting().ReplaceForTesting([](SslContext*) -> SslSession* { return nullptr; });
     EXPECT_EQ(Reply(client).code, net::kResultTlsNewFailed);
     tls.NewForTesting().ReplaceForTesting(nullptr);
@@ -112,7 +102,7 @@ TEST_F(TlsClientTest, SessionShutDownAndFailuresBeforeAnyContact) {
     tls.ShutdownForTesting().ReplaceForTesting(nullptr);
     CHttpClient_https::CleanupTls();
     EXPECT_EQ(Reply(client).code, net::kResultNotStarted);
-    tls.OverrideNamesForTesting({"libqz-no-such-ssl.so.0"});  // the TLS library is absent
+    tls.OverrideNamesForTesting({"libqz-no-such-ssl.so.0"});
     CHttpClient_https::StartupTls(false);
     tls.OverrideNamesForTesting({});
     EXPECT_EQ(Reply(client).code, net::kResultNoTlsContext);

@@ -1,7 +1,5 @@
-// Not-sent reports across processes: this binary runs twice more, once to pack a post that Exit
-// left unsent, once to name the pack in Init and post it to a loopback collector.
+// Not-sent reports across processes: this binary runs twice more, to pack and to post the pack.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -17,8 +15,7 @@
 namespace qzdata_report_kelvo {
 namespace {
 
-// One process of the test below: "write" packs a post that Exit did not send; "load" names the
-// pack in Init and waits for the post at the collector. Skipped unless that test runs it.
+// "write" packs a post Exit did not send; "load" names the pack in Init and waits for its post.
 TEST(NotSentEndToEndTest, HelperProcess) {
     const char* role = std::getenv("QZ_TEST_PACK_ROLE");
     const char* path = std::getenv("QZ_TEST_PACK_PATH");
@@ -30,9 +27,9 @@ TEST(NotSentEndToEndTest, HelperProcess) {
     qz_test::HttpTestServer collector;
     ASSERT_TRUE(collector.Start(
         qz_test::HttpTestServer::RespondToEach("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n")));
-    const std::string ip = "127.0.0.1";  // every host is the collector; no fallback addresses
+    const std::string ip = "127.0.0.1";
     const uint16_t port = collector.port();
-    StrategyRouting routing;
+    StrategyRouting routing;  // every host is the collector; no fallback addresses
     routing.hosts = {ip, ip, ip, ip, ip, ip, port, port, port};
     GetReportObject()->GetReportThread().GetReportContext()->GetStrategy().SetRoutingForTesting(
         routing);
@@ -40,7 +37,6 @@ TEST(NotSentEndToEndTest, HelperProcess) {
         return testing::Value(collector.Received(),
                               testing::Contains(testing::HasSubstr("eid%3Dpacked")));
     };
-
     ASSERT_TRUE(Init(L"http://c/", "D", "demo", 60000, nullptr, load ? pack : L"", 0, false));
     if (load) {
         qzdata_report_kelvo::Run();
@@ -55,25 +51,22 @@ TEST(NotSentEndToEndTest, HelperProcess) {
     EXPECT_EQ(load, received());
 }
 
-// Runs the helper process in `role` with its files in `dir` (its output goes to this one's);
-// true when it passed.
-bool RunHelper(const std::string& role, const std::string& dir) {
-    char self[4096] = {};
-    EXPECT_GT(readlink("/proc/self/exe", self, sizeof(self) - 1), 0);
-    const std::string command = "QZ_TEST_PACK_ROLE=" + role + " QZ_TEST_PACK_PATH='" + dir +
-                                "/reports.pack' XDG_CONFIG_HOME='" + dir + "' XDG_DATA_HOME='" +
-                                dir + "' '" + self +
-                                "' --gtest_filter=NotSentEndToEndTest.HelperProcess";
-    return std::system(command.c_str()) == 0;
-}
-
 TEST(NotSentEndToEndTest, APackWrittenAfterExitIsPostedByTheNextRunThatNamesIt) {
     std::string dir = testing::TempDir() + "not-sent-XXXXXX";
     ASSERT_NE(mkdtemp(&dir[0]), nullptr);
-    // A helper that skipped would leave the file's presence wrong.
-    ASSERT_TRUE(RunHelper("write", dir));
+    char self[4096] = {};
+    ASSERT_GT(readlink("/proc/self/exe", self, sizeof(self) - 1), 0);
+    // True when the helper passed; one that skipped would leave the file's presence wrong.
+    const auto RunHelper = [&](const std::string& role) {
+        const std::string command = "QZ_TEST_PACK_ROLE=" + role + " QZ_TEST_PACK_PATH='" + dir +
+                                    "/reports.pack' XDG_CONFIG_HOME='" + dir + "' XDG_DATA_HOME='" +
+                                    dir + "' '" + self +
+                                    "' --gtest_filter=NotSentEndToEndTest.HelperProcess";
+        return std::system(command.c_str()) == 0;
+    };
+    ASSERT_TRUE(RunHelper("write"));
     ASSERT_TRUE(std::filesystem::exists(dir + "/reports.pack"));
-    EXPECT_TRUE(RunHelper("load", dir));
+    EXPECT_TRUE(RunHelper("load"));
     EXPECT_FALSE(std::filesystem::exists(dir + "/reports.pack"));
     std::filesystem::remove_all(dir);
 }

@@ -1,8 +1,6 @@
-// Self-reporting of the delivery engine: log files and their lock, the device configuration that
-// turns it on (served over TLS, its data made by the openssl tool), statistics and failure lines
-// at a loopback collector, and the upload of the files that an earlier run left.
+// Self-reporting: locked log files, the device configuration over TLS, statistics and failure
+// lines at a loopback collector, and the upload of the files an earlier run left.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
@@ -11,9 +9,9 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <numeric>
 #include <set>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "codec/md5.h"
@@ -26,8 +24,7 @@
 #include "support/http_test_server.h"
 #include "support/wait.h"
 
-// The server side of TLS comes from the TLS library that this binary links; last, as its macros
-// would rename declarations of the client.
+// The server side of TLS; last, as its macros would rename declarations of the client.
 #include <openssl/ssl.h>
 
 namespace qzdata_report_kelvo {
@@ -38,16 +35,14 @@ using qz_test::WaitUntil;
 using testing::HasSubstr;
 using Perms = std::filesystem::perms;
 
-// `plain` enciphered as the server does, by the openssl tool: DES-ECB keyed with the first eight
-// characters of the MD5 text of `time` and the pass string, then base64.
+// `plain` as the server enciphers it: DES-ECB keyed by 8 chars of MD5(time + pass), base64.
 std::string ConfigData(const std::string& time, const std::string& plain) {
-    const std::string command =
-        "k=$(printf %s '" + time + deployment::kConfigPass +
-        "' | openssl dgst -md5 -r | cut -c1-8 | tr -d '\\n' | od -An -v -tx1 | tr -d ' "
-        "\\n'); printf %s '" +
-        plain +
-        "' | openssl enc -des-ecb -provider legacy -provider default -K $k | openssl "
-        "base64 -A";
+    const std::string command = "k=$(printf %s '" + time + deployment::kConfigPass +
+                                "' | openssl dgst -md5 -r | cut -c1-8 | tr -d '\\n' | od -An -v "
+                                "-tx1 | tr -d ' \\n'); printf %s '" +
+                                plain +
+                                "' | openssl enc -des-ecb -provider legacy -provider default -K "
+                                "$k | openssl base64 -A";
     std::string output(512, '\0');
     FILE* pipe = popen(command.c_str(), "r");
     output.resize(pipe != nullptr ? fread(&output[0], 1, output.size(), pipe) : 0);
@@ -66,7 +61,6 @@ std::string Http(const std::string& status, const std::string& body = "") {
            "\r\n\r\n" + body;
 }
 
-// The names in `folder`, directories included; empty when it is missing.
 std::set<std::string> Files(const std::string& folder) {
     std::set<std::string> names;
     std::error_code error;
@@ -86,17 +80,15 @@ std::string ReadFile(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-// A private data home; a config server over TLS (the committed test key) that answers one
-// request; a collector that answers, once `hold` ends, 500 to requests holding "BAD" and to all
-// while `down`; and a context with every host at them.
+// A private data home, a TLS config server and a collector (500 to "BAD" and while `down`).
 class SelfReportTest : public testing::Test {
   protected:
     void SetUp() override {
         char folder[] = "/tmp/qz-self-XXXXXX";
         ASSERT_NE(mkdtemp(folder), nullptr);
         home = folder;
-        const char* dataHome = getenv("XDG_DATA_HOME");
-        savedDataHome = dataHome != nullptr ? dataHome : "";  // empty: as if unset
+        const char* saved = getenv("XDG_DATA_HOME");
+        savedDataHome = saved != nullptr ? saved : "";  // empty: as if unset
         setenv("XDG_DATA_HOME", home.c_str(), 1);
         logs = home + "/norvik/tzgame/log/reportsdk/";
         ASSERT_TRUE(collector.Start([this](qz_test::TestConnection& connection) {
@@ -158,25 +150,19 @@ class SelfReportTest : public testing::Test {
         }
         return found;
     }
-    // A record for a port where nothing listens: every attempt fails.
     void PostFailingRecord(CDispatchTable& table) {
         table.Post("127.0.0.1", 1,
                    {"/c.gif?act=zhwebevent", 0, 0, "", "", "zhwebevent", 0, -1, false, false});
     }
-
-    std::string savedDataHome;
-    std::string home;
-    std::string logs;
-    std::atomic<bool> down{false};
-    std::atomic<bool> hold{false};
+    std::string savedDataHome, home, logs;
+    std::atomic<bool> down{false}, hold{false};
     HttpTestServer collector;
     std::string configHead;  // read once the config server's connection has finished
     std::unique_ptr<HttpTestServer> config;
     std::unique_ptr<CReportContext> context;
 };
 
-// A second writer of the same name gets the counter name; a file with bytes gets a line end
-// before its first new line.
+// A second writer gets the counter name; a file with bytes gets a line end before its first line.
 TEST_F(SelfReportTest, LogFilesAreNamedLockedAndPrivate) {
     struct FixedClock : port::EnvWrapper {
         void GetLocalTime(port::LocalTime* out) override { *out = {2026, 1, 2, 3, 4, 5, 6}; }
@@ -199,15 +185,13 @@ TEST_F(SelfReportTest, LogFilesAreNamedLockedAndPrivate) {
 
 TEST(DeviceConfigTest, ParseRules) {
     const std::string data = ConfigData("42", R"({"tzConfig":{"open":1}})");
-    for (const auto& [reply, open] : std::vector<std::tuple<std::string, bool>>{
-             {ConfigReply(1, "42"), true},
-             {R"({"code":1,"time":43,"data":")" + data + "\"}", false},
-             {R"({"code":2,"time":42,"data":")" + data + "\"}", false},
-             {R"({"code":1,"time":42,"data":""})", false},
-             {R"({"code":1,"time":42,"data":")" + data.substr(0, 20), false},
-             {R"({"code":1,"time":42,"data":")" + ConfigData("42", R"({"tzConfig":7})") + "\"}",
-              false}}) {
-        EXPECT_EQ(CUploadLog::ParseDeviceConfig(reply), open) << reply;
+    EXPECT_TRUE(CUploadLog::ParseDeviceConfig(ConfigReply(1, "42")));
+    for (const std::string& reply : std::vector<std::string>{
+             R"({"code":1,"time":43,"data":")" + data + "\"}",
+             R"({"code":2,"time":42,"data":")" + data + "\"}", R"({"code":1,"time":42,"data":""})",
+             R"({"code":1,"time":42,"data":")" + data.substr(0, 20),
+             R"({"code":1,"time":42,"data":")" + ConfigData("42", R"({"tzConfig":7})") + "\"}"}) {
+        EXPECT_FALSE(CUploadLog::ParseDeviceConfig(reply)) << reply;
     }
 }
 
@@ -230,9 +214,8 @@ TEST_F(SelfReportTest, WithoutAnOpenConfigurationNothingIsReported) {
     }
 }
 
-// Open: statistics every period and a failure line per failed attempt reach the collector,
-// signed. While the collector is down they land in private files, which the next run uploads
-// and deletes.
+// Open: signed statistics and failure lines reach the collector; while it is down they land in
+// private files, which the next run uploads and deletes.
 TEST_F(SelfReportTest, AnOpenConfigurationReportsAndTheNextRunUploadsWhatWasLogged) {
     StartContext(1);
     {
@@ -240,8 +223,7 @@ TEST_F(SelfReportTest, AnOpenConfigurationReportsAndTheNextRunUploadsWhatWasLogg
         table.Start();
         ASSERT_TRUE(WaitUntil([&] { return context->GetStrategy().IsLogsEnabled(); }));
         PostFailingRecord(table);
-        // Five passes of two attempts (the list is empty), each failure reported; then a
-        // statistics line of the whole run.
+        // Five passes of two attempts, each failure reported; then the run's statistics.
         ASSERT_TRUE(WaitUntil([&] { return context->GetStats().Peek().del == 1; }));
         const size_t lines = Requests("zhlogtotal").size();
         ASSERT_TRUE(WaitUntil([&] { return Requests("zhlogtotal").size() > lines; }));
@@ -276,7 +258,6 @@ TEST_F(SelfReportTest, AnOpenConfigurationReportsAndTheNextRunUploadsWhatWasLogg
     }
     context.reset();
     EXPECT_EQ(std::filesystem::status(logs + "err").permissions(), Perms::owner_all);
-
     down = false;
     StartContext(1);
     ASSERT_TRUE(WaitUntil([&] {
@@ -284,8 +265,8 @@ TEST_F(SelfReportTest, AnOpenConfigurationReportsAndTheNextRunUploadsWhatWasLogg
     }));
 }
 
-// The upload keeps a file with an unsendable line whole and a file that a writer holds, drops
-// old and malformed lines, and joins a long line read in pieces.
+// Upload keeps files with an unsendable line or a writer, drops old and malformed lines and joins
+// a long line read in pieces.
 TEST_F(SelfReportTest, UploadKeepsAndDropsFilesByTheirLines) {
     const std::string now = std::to_string(port::Time64());
     const auto total = [&](const std::string& guid, const std::string& from,
@@ -309,10 +290,8 @@ TEST_F(SelfReportTest, UploadKeepsAndDropsFilesByTheirLines) {
         return Files(logs) == std::set<std::string>{"err", "report2.log", "report3.log"} &&
                Files(logs + "err/").empty();
     }));
-    std::string sent;
-    for (const std::string& request : Requests()) {
-        sent += request + "\n";
-    }
+    const std::vector<std::string> requests = Requests();
+    const std::string sent = std::accumulate(requests.begin(), requests.end(), std::string());
     EXPECT_THAT(sent, HasSubstr("&from=" + longFrom + "&uid=u&sdkver=vs-1"));
     EXPECT_THAT(sent, testing::ContainsRegex("&log_time=" + now +
                                              "&logdate=20[0-9]{6}&log_seid=S0&guid=G3&"));

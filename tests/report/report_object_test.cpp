@@ -17,7 +17,6 @@
 namespace qzdata_report_kelvo {
 namespace {
 
-// Reaches the session records and timer, and knows the machine id when told to.
 struct SessionProbe : ReportObject {
     using ReportObject::sessionRecords;
     using ReportObject::sessionTimer;
@@ -27,8 +26,7 @@ struct SessionProbe : ReportObject {
     }
 };
 
-// Never applies its session, as when the machine id never comes.
-struct NeverApplied : SessionProbe {
+struct NeverApplied : SessionProbe {  // as when the machine id never comes
     void RefreshSessionInfo() override {}
 };
 
@@ -36,25 +34,24 @@ bool InitObject(ReportObject& object, uint32_t eventMask = 7, bool trace = false
     return object.Init(L"http://collector.test/", "D", "P", 5000, nullptr, L"", eventMask, trace);
 }
 
-// Until a test runs the object, its posts wait in the worker's queue.
+// Until the object runs, its posts wait in the worker's queue.
 const auto Queued = [](ReportObject& object) { return object.GetReportThread().QueuedPosts(); };
 const auto X = [](size_t count) { return std::string(count, 'x'); };
 
-// A refused Init leaves the object uninitialised: it takes no report, and Run and Exit do
-// nothing. A failed pump timer leaves the heartbeat timer set.
+// A refused Init leaves the object uninitialised and inert; a failed pump timer leaves the
+// heartbeat timer set.
 TEST(ReportObjectTest, InitRefusesBadArgumentsAndFailedTimers) {
     // url, dty, pro, heartbeat interval, timers that can be set (-1: all)
     const std::vector<std::tuple<std::wstring, std::string, std::string, uint32_t, int>> cases = {
         {L"", "D", "P", 5000, -1},  {L"u", "", "P", 5000, -1}, {L"u", "D", "", 5000, -1},
         {L"u", "D", "P", 4999, -1}, {L"u", "D", "P", 5000, 0}, {L"u", "D", "P", 5000, 1}};
     for (const auto& [url, dty, pro, interval, timers] : cases) {
-        SCOPED_TRACE(interval + timers);
         ReportObject object;
         object.GetTimers().FailSetTimerAfterForTesting(timers);
         EXPECT_FALSE(object.Init(url, dty, pro, interval, nullptr, L"", 7, false));
         object.SetDefaultUrl(L"u");
-        EXPECT_FALSE(object.SendCustomEvent("e", "", "", -1, false));
-        EXPECT_FALSE(object.PostImmediately(L"u", {{{"k", "v"}}}, nullptr, nullptr));
+        EXPECT_FALSE(object.SendCustomEvent("e", "", "", -1, false) ||
+                     object.PostImmediately(L"u", {{{"k", "v"}}}, nullptr, nullptr));
         object.Run();
         object.Exit(true, 0);
         EXPECT_EQ(timers == 1, object.GetHeartbeatTimer() != 0);
@@ -64,22 +61,19 @@ TEST(ReportObjectTest, InitRefusesBadArgumentsAndFailedTimers) {
 
 void NoteResponse(ReportResponed&) {}
 
-// Posts go to the queue at once, whatever their priority, in runs of 20 records. The buckets,
-// which only the test fills, are handed over the same way with their own fields once the
-// object is initialised.
+// Posts are queued at once in runs of 20 records, whatever their priority; so are the buckets,
+// with their own fields, once the object is initialised.
 TEST(ReportObjectTest, PostsAndBucketsAreQueuedInRunsOfTwenty) {
     ReportObject object;
     int context = 0;
     object.AddBucketPostForTesting(3,
                                    {L"held", {25, {{"k", "v"}}}, false, &NoteResponse, &context});
-    EXPECT_TRUE(object.SetMaxPriority(kPriorityLow));
-    EXPECT_FALSE(object.SetMaxPriority(static_cast<DataReportPriority>(6)));
-    EXPECT_FALSE(object.FlushWithPriority(static_cast<DataReportPriority>(6)));
-
+    const auto six = static_cast<DataReportPriority>(6);
+    EXPECT_TRUE(object.SetMaxPriority(kPriorityLow) && !object.SetMaxPriority(six) &&
+                !object.FlushWithPriority(six));
     ASSERT_TRUE(InitObject(object));
     EXPECT_TRUE(object.GetHeartbeatTimer() != 0 && object.GetPumpTimer() != 0);
-    // A random version 4 UUID with dashes (its shape is the text codec's).
-    EXPECT_TRUE(std::regex_match(object.GetSessionId(), std::regex("[-0-9a-f]{36}")));
+    EXPECT_TRUE(std::regex_match(object.GetSessionId(), std::regex("[-0-9a-f]{36}")));  // UUID
     // records, url, priority (-1: flush the buckets instead), sizes of the posts (none: refused)
     const std::vector<std::tuple<std::vector<ReportRecord>, std::wstring, int, std::vector<size_t>>>
         cases = {{std::vector<ReportRecord>(45, {{"k", "v"}}), L"http://own/", 0, {20, 20, 5}},
@@ -91,7 +85,6 @@ TEST(ReportObjectTest, PostsAndBucketsAreQueuedInRunsOfTwenty) {
                  {{}, L"held", -1, {20, 5}}};
     size_t seen = 0;
     for (const auto& [records, url, priority, sizes] : cases) {
-        SCOPED_TRACE(seen);
         if (priority < 0) {
             object.Flush();
             EXPECT_EQ(0u, object.BucketSizeForTesting(3));
@@ -101,22 +94,18 @@ TEST(ReportObjectTest, PostsAndBucketsAreQueuedInRunsOfTwenty) {
                                               records, &NoteResponse, &context));
         }
         const std::vector<ReportPost> posts = Queued(object);
-        ASSERT_EQ(seen + sizes.size(), posts.size());
+        ASSERT_EQ(seen + sizes.size(), posts.size()) << "case of " << records.size() << " records";
         for (size_t i = 0; i < sizes.size(); ++i, ++seen) {
             EXPECT_EQ(sizes[i], posts[seen].records.size());
             EXPECT_TRUE(posts[seen].url == url && posts[seen].flag == (priority >= 0) &&
                         posts[seen].callback == &NoteResponse && posts[seen].context == &context);
         }
     }
-    // Events go to the default URL: none, none taken.
-    object.SetDefaultUrl(L"");
-    EXPECT_FALSE(object.SendCustomEvent("e", "", "", -1, false));
 }
 
-// Exit of a never-run object runs it, sends the last heartbeat and then endup, kills the timers,
-// flushes the buckets and keeps session information that was never applied for the not-sent
-// file. Each bit of the
-// event mask lets one lifecycle event out; while silent every report is accepted and dropped.
+// Exit runs a never-run object, sends heartbeat then endup, kills the timers, flushes the buckets
+// and keeps an unapplied session for the not-sent file. Each mask bit lets one lifecycle event
+// out; while silent every report is accepted and dropped.
 TEST(ReportObjectTest, ExitSendsHeartbeatThenEndupAndKeepsAnUnappliedSession) {
     const std::vector<ReportRecord> session{{{"cha", "c"}}};
     // event mask, session applied, silent, event ids built
@@ -129,8 +118,7 @@ TEST(ReportObjectTest, ExitSendsHeartbeatThenEndupAndKeepsAnUnappliedSession) {
     for (const auto& [mask, applies, silent, eids] : cases) {
         SCOPED_TRACE(mask + 10 * silent);
         std::mutex mutex;
-        std::vector<std::string> built;  // the event ids of the built records
-        // After them: its worker reports into them.
+        std::vector<std::string> built;  // event ids; before the object, whose worker fills it
         std::unique_ptr<SessionProbe> object(applies ? new SessionProbe : new NeverApplied);
         object->GetReportThread().SetRecordObserver([&](const BuiltRecord& record) {
             const std::regex eid(".*?(?:extra=|%26)eid%3D(\\w+).*");
@@ -152,18 +140,15 @@ TEST(ReportObjectTest, ExitSendsHeartbeatThenEndupAndKeepsAnUnappliedSession) {
                   object->GetReportThread().GetFormatter().GetCommonParams());
         const std::vector<ReportPost> kept = object->NotSentPostsForTesting();
         ASSERT_EQ(applies ? 0u : 1u, kept.size());
-        for (const ReportPost& p : kept) {
-            EXPECT_TRUE(p.url == L"http://collector.test/" && p.records == session && p.flag);
-        }
+        EXPECT_TRUE(applies || (kept[0].url == L"http://collector.test/" &&
+                                kept[0].records == session && kept[0].flag));
     }
 }
 
-std::atomic<int> pumped{0};
-
 TEST(ReportObjectTest, PumpTimerDeliversCompletionCallbacks) {
+    static std::atomic<int> pumped{0};
     ReportObject object;
-    // First thing, the worker finishes a post that has a callback. Exit would deliver it too:
-    // the test waits for the pump first.
+    // The worker finishes a post with a callback; the pump delivers it before Exit could.
     object.GetReportThread().AddStartupCall(
         [](void* worker) {
             static_cast<ReportThreadImpl*>(worker)->FinishPost(
@@ -177,11 +162,9 @@ TEST(ReportObjectTest, PumpTimerDeliversCompletionCallbacks) {
     EXPECT_EQ(1, pumped.load());
 }
 
-// The trace line of each event names its operation and lists the whole record, known keys
-// first; each event is queued for the collector. Post and Send (and SendExt, which takes an
-// empty id too) cut the fields to their byte limits, ignoring characters. Error events prefix the
-// id with "error/" within its 99 bytes; any description switches eid_desc on, and its value is the
-// translated id.
+// Each event's trace line names its operation and lists the record, known keys first; events are
+// queued. Fields are cut to their byte limits (SendExt takes an empty id); error ids get "error/"
+// within 99 bytes, and any description adds eid_desc, the translated id.
 TEST(ReportObjectTest, TraceWritesEachEventRecord) {
     ReportObject object;
     std::vector<std::string> lines;
@@ -196,10 +179,10 @@ TEST(ReportObjectTest, TraceWritesEachEventRecord) {
     object.SendCustomEventExt("", "", "", -1, false, {{"aaa", "x"}, {"act", "a"}, {"eid", "b"}});
     object.SendErrorEventEx(X(96), X(500), "", -1, false);
     object.SendErrorEventEx("errseg", "what", "ignored", 0, false);
-    EXPECT_FALSE(object.PostCustomEvent("", "d", "c", 1, true));
-    EXPECT_FALSE(object.SendCustomEvent("", "d", "c", 1, true));
-    EXPECT_FALSE(object.SendErrorEventEx("", "c", "d", 1, true));
-    EXPECT_FALSE(object.SendErrorEvent(nullptr, "c", "s"));
+    EXPECT_FALSE(object.PostCustomEvent("", "d", "c", 1, true) ||
+                 object.SendCustomEvent("", "d", "c", 1, true) ||
+                 object.SendErrorEventEx("", "c", "d", 1, true) ||
+                 object.SendErrorEvent(nullptr, "c", "s"));
     object.SendErrorEvent("plainerr", nullptr, "");
     // No segment of "plainerr/sub" has a description, so the record gets none.
     object.SendErrorEvent("plainerr", "body", "sub");
@@ -231,10 +214,9 @@ TEST(ReportObjectTest, TraceWritesEachEventRecord) {
     }
 }
 
-// Session information becomes the common parameters at once, "OTHER" replaced in the channel
-// and the run source, without "act" and "ati"; the machine id joins them from the next refresh
-// on, which alone writes the trace (with "ati"). The first call sets the one session timer; a
-// refused call changes nothing.
+// Session info becomes the common parameters at once ("OTHER" replaced, no "act" or "ati"); the
+// machine id joins at the next refresh, which alone traces (with "ati"). The first call sets the
+// one session timer; a refused call changes nothing.
 TEST(ReportObjectTest, SessionInfoBecomesTheCommonParameters) {
     SessionProbe object;
     std::vector<std::string> lines;
@@ -249,7 +231,6 @@ TEST(ReportObjectTest, SessionInfoBecomesTheCommonParameters) {
     info.report_time = true;
     EXPECT_FALSE(object.PostSessionInfo(info));
     EXPECT_TRUE(object.sessionRecords.empty() && object.sessionTimer == 0 && common().empty());
-
     info.iver = "1.2";
     ASSERT_TRUE(object.PostSessionInfo(info));  // before Init: no session yet
     ReportRecord expected{
@@ -260,9 +241,7 @@ TEST(ReportObjectTest, SessionInfoBecomesTheCommonParameters) {
     const ReportIdentity identity = object.GetReportThread().GetReportContext()->GetIdentity();
     EXPECT_TRUE(identity.uid == "u" && identity.from == "null-x-null" && identity.ver == "1.2");
     const uintptr_t timer = object.sessionTimer;
-    EXPECT_NE(0u, timer);
-    EXPECT_TRUE(lines.empty());
-
+    EXPECT_TRUE(timer != 0 && lines.empty());
     object.KnowMachineId("M1");
     object.RefreshSessionInfo();
     expected["mid"] = "M1";
@@ -274,7 +253,6 @@ TEST(ReportObjectTest, SessionInfoBecomesTheCommonParameters) {
                              "rnulls, tzuid: u, session_id: , mid: M1, dty: , pro: , gam: g, "
                              "ati: 20[0-9]{12}, sdk_ver: .*\\]\n")))
         << lines[0];
-
     info.tzuid.clear();
     ASSERT_TRUE(object.PostSessionInfo(info));
     expected.erase("tzuid");
@@ -284,35 +262,28 @@ TEST(ReportObjectTest, SessionInfoBecomesTheCommonParameters) {
 }
 
 std::mutex calledMutex;
-std::vector<std::string> called;
+std::vector<std::string> called;  // the callbacks' letter and id
 void NoteMachineId(const std::string& id, void* context) {
     std::lock_guard<std::mutex> guard(calledMutex);
     called.push_back(*static_cast<const char*>(context) + id);
 }
 
-// A host may give the machine id once, before Run; then no probe runs. The callbacks run once
-// each on the pump, in the order they came. While the worker still resolves the id, waits end at
-// their time-out with an empty text.
+// A host may give the machine id once, before Run, and no probe runs; callbacks run once each, in
+// order. While the worker resolves the id, waits end at their time-out with an empty text.
 TEST(ReportObjectTest, MachineIdIsGivenOnceOrAwaited) {
-    struct Blocking : ReportObject {
-        std::string GetMachineId() override {
+    struct Probing : ReportObject {  // counts its probes, each held until `release`
+        std::string ObtainMachineId() override {
             qz_test::WaitUntil([&] { return release.load(); });
-            machineId = "W";
-            machineIdReady = true;
-            return machineId;
+            return ++obtained, "O";
         }
-        std::atomic<bool> release{false};
-    };
-    struct Counting : ReportObject {
-        std::string ObtainMachineId() override { return ++obtained, "O"; }
+        std::atomic<bool> release{true};
         std::atomic<int> obtained{0};
     };
-    Counting given;
+    Probing given;
     ASSERT_TRUE(InitObject(given, 0));
-    static const char a = 'a', b = 'b';
-    given.AddMachineIdCallback(&NoteMachineId, const_cast<char*>(&a));
+    given.AddMachineIdCallback(&NoteMachineId, const_cast<char*>("a"));
     given.AddMachineIdCallback(nullptr, nullptr);
-    given.AddMachineIdCallback(&NoteMachineId, const_cast<char*>(&b));
+    given.AddMachineIdCallback(&NoteMachineId, const_cast<char*>("b"));
     EXPECT_TRUE(given.SetMachineId("H"));
     EXPECT_FALSE(given.SetMachineId("I"));
     given.Run();
@@ -325,20 +296,15 @@ TEST(ReportObjectTest, MachineIdIsGivenOnceOrAwaited) {
     EXPECT_EQ("H", given.GetMachineIdTimeout(0));
     given.Exit(false, 5000);
     EXPECT_EQ(0, given.obtained.load());  // neither probed nor read from the store
-    Counting unknown;
-    ASSERT_TRUE(InitObject(unknown, 0));
-    EXPECT_EQ("", unknown.GetMachineIdTimeout(0));
-    EXPECT_EQ("O", unknown.GetMachineId());
-    EXPECT_EQ(1, unknown.obtained.load());
-
-    Blocking awaited;
+    Probing awaited;
+    awaited.release = false;
     ASSERT_TRUE(InitObject(awaited, 0));
     awaited.Run();
-    EXPECT_EQ("", awaited.GetMachineIdTimeout(0));
-    EXPECT_EQ("", awaited.GetMachineIdTimeout(20));
+    EXPECT_EQ("", awaited.GetMachineIdTimeout(0) + awaited.GetMachineIdTimeout(20));
     EXPECT_FALSE(awaited.SetMachineId("late"));
     awaited.release = true;
-    EXPECT_EQ("W", awaited.GetMachineIdTimeout(5000));
+    EXPECT_EQ("O", awaited.GetMachineIdTimeout(5000));
+    EXPECT_EQ(1, awaited.obtained.load());
     awaited.Exit(false, 5000);
     EXPECT_EQ(2u, calls().size());
 }

@@ -146,6 +146,7 @@ TEST_F(ReportThreadTest, StartupSilenceSkippedRecordsAndSparePosts) {
 std::vector<std::pair<uint32_t, void*>> finished;
 
 TEST_F(ReportThreadTest, FinishedPostsReachTheirCallbacksOnTheDeliveringThread) {
+    finished.clear();
     impl.AddStartupCall(
         [](void* worker) {
             const auto callback = [](ReportResponed& r) {

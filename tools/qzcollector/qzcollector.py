@@ -582,7 +582,7 @@ class Collector:
             self.output(entry)
 
     def page(self):
-        with open(os.path.join(HERE, "inspector.html"), "rb") as handle:
+        with open(os.path.join(HERE, "live_view.html"), "rb") as handle:
             return handle.read()
 
 
@@ -640,7 +640,7 @@ def main(argv=None):
     for signum in (signal.SIGINT, signal.SIGTERM):
         signal.signal(signum, lambda *_: done.set())
     plain = collector.bound()
-    print("qzcollector: %d plain listeners on port %d (%s ...), TLS on %s:%d; inspector "
+    print("qzcollector: %d plain listeners on port %d (%s ...), TLS on %s:%d; live view "
           "http://%s:%d/" % (len(plain), plain[0][1], plain[0][0], *collector.bound(True)[0],
                              *plain[0]), file=sys.stderr, flush=True)
     deadline = time.monotonic() + limit[0] if limit and limit[1] == "s" else None

@@ -71,7 +71,7 @@ class RecordTest(CollectorCase):
             ("Content", "", "\u00e4", "extra"), ("note", "", "x y&z", "extra"),
             ("product", "", "pc", "extra"), ("sdk_ver", "", "vs-nat-2.2.5", "extra")])
         self.assertEqual(entry["eid"], "click")
-        # What the inspector page polls: the entries after the Nth.
+        # What the live view polls: the entries after the Nth.
         self.assertEqual(json.loads(self.get("/entries?since=0")[1])[0]["eid"], "click")
         self.assertEqual(json.loads(self.get("/entries?since=1")[1]), [])
         self.assertIn(b"<script>", self.get("/")[1])

@@ -2,6 +2,7 @@
 
 #include "api/constants.h"
 #include "api/guard.h"
+#include "api/typed_events.h"
 #include "codec/wire_names.h"
 #include "post/text_conversion.h"
 #include "qzdata_report.h"
@@ -10,10 +11,6 @@
 namespace qzdata_report_kelvo {
 
 namespace {
-
-bool Given(const wchar_t* text) {
-    return text != nullptr && text[0] != L'\0';
-}
 
 // A text that does not convert gives an empty value; the report goes on.
 std::string Utf8(const wchar_t* text) {

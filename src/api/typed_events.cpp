@@ -8,10 +8,6 @@ namespace qzdata_report_kelvo {
 
 namespace {
 
-bool Given(const char* text) {
-    return text != nullptr && text[0] != '\0';
-}
-
 void AppendSegment(std::string& path, const char* segment) {
     if (Given(segment)) {
         path += '/';

@@ -8,6 +8,14 @@ namespace qzdata_report_kelvo {
 
 enum class EventFamily { kPost, kSend };
 
+// Whether an argument text of an export is given: neither null nor empty.
+inline bool Given(const char* text) {
+    return text != nullptr && text[0] != '\0';
+}
+inline bool Given(const wchar_t* text) {
+    return text != nullptr && text[0] != L'\0';
+}
+
 // Path `eid`; false for a null or empty `eid` or a `dur` below 0.
 bool ReportEventWithDur(ReportObject& object, EventFamily family, const char* eid, int dur,
                         const char* desc);

@@ -17,10 +17,6 @@ namespace {
 
 constexpr wchar_t kWideEidSeparator = report::kEidSeparator;
 
-bool Given(const char* text) {
-    return text != nullptr && text[0] != '\0';
-}
-
 bool IsLocalScheme(const std::wstring& scheme) {
     const std::string name = WideToUtf8(scheme);
     return std::any_of(std::begin(api::kLocalSchemes), std::end(api::kLocalSchemes),

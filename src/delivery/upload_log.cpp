@@ -19,6 +19,7 @@
 #include "identity/hardware_id_store.h"
 #include "identity/os_version.h"
 #include "port/env.h"
+#include "port/file_system.h"
 #include "port/log_file.h"
 
 namespace qzdata_report_kelvo {
@@ -324,7 +325,7 @@ void CUploadLog::UploadFile(const std::string& path, bool isFail) {
     }
     file.Close();
     if (!keep) {
-        port::RemoveLogFile(path);
+        port::RemoveFile(path);
     }
 }
 

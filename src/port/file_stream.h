@@ -47,7 +47,7 @@ class FileStream {
     std::FILE* file = nullptr;
 };
 
-// Deletes the file at `path`. False when it does not exist or cannot be deleted. Any thread.
+// RemoveFile (port/file_system.h) of the wide `path`.
 bool RemoveFile(const std::wstring& path);
 
 }  // namespace port

@@ -2,11 +2,11 @@
 
 #include <sys/stat.h>
 #include <sys/types.h>
-#include <unistd.h>
 
 #include <vector>
 
 #include "port/code_page.h"
+#include "port/file_system.h"
 
 namespace qzdata_report_kelvo {
 namespace port {
@@ -72,8 +72,7 @@ int64_t FileStream::Size() {
 }
 
 bool RemoveFile(const std::wstring& path) {
-    const std::string native = ToNativePath(path);
-    return !native.empty() && ::unlink(native.c_str()) == 0;
+    return RemoveFile(ToNativePath(path));
 }
 
 }  // namespace port

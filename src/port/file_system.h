@@ -22,6 +22,9 @@ enum class CreateDirectoryResult {
     kFailed,         // missing parent, no permission, or any other error
 };
 
+// Deletes the file at `path`. False when it does not exist or cannot be deleted. Any thread.
+bool RemoveFile(const std::string& path);
+
 // Creates the one directory `path`; its parent must exist. Any thread.
 CreateDirectoryResult CreateDirectory(const std::string& path);
 

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -14,6 +15,10 @@ PathKind GetPathKind(const std::string& path) {
         return PathKind::kMissing;
     }
     return S_ISDIR(info.st_mode) ? PathKind::kDirectory : PathKind::kOther;
+}
+
+bool RemoveFile(const std::string& path) {
+    return !path.empty() && ::unlink(path.c_str()) == 0;
 }
 
 CreateDirectoryResult CreateDirectory(const std::string& path) {

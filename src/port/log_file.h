@@ -58,9 +58,6 @@ bool MakeDirectoryPrivate(const std::string& path);
 // Empty when the folder cannot be read. `folder` ends in a separator. Any thread.
 std::vector<std::string> ListFiles(const std::string& folder, const std::string& pattern);
 
-// Deletes the file at `path`. False when it does not exist or cannot be deleted. Any thread.
-bool RemoveLogFile(const std::string& path);
-
 // The local calendar date of `seconds` since 1970 as "%Y%m%d"; empty when it cannot be
 // represented. Any thread.
 std::string FormatLocalDate(int64_t seconds);

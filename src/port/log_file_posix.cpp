@@ -95,10 +95,6 @@ std::vector<std::string> ListFiles(const std::string& folder, const std::string&
     return names;
 }
 
-bool RemoveLogFile(const std::string& path) {
-    return ::unlink(path.c_str()) == 0;
-}
-
 std::string FormatLocalDate(int64_t seconds) {
     const time_t value = static_cast<time_t>(seconds);
     struct tm fields;

@@ -57,9 +57,6 @@ class NotSentPackWriter {
     // nothing was open, or when the header and every buffered byte reached the file.
     bool Close();
 
-    // Entries counted so far.
-    uint32_t PostCount() const { return packHeader.postCount; }
-
   private:
     bool WriteEntry(const std::wstring& url, bool flag,
                     const std::vector<const ReportRecord*>& records);

@@ -98,8 +98,8 @@ int main(int argc, char** argv) {
 
     Report("PostOpenUrlEvent", qr::PostOpenUrlEvent(L"https://www.example.com/docs/start?x=1"));
     Report("PostReportUrlEvent", qr::PostReportUrlEvent(L"http://help.example.org/faq", "Help"));
-    Report("PostUrlWithDur", qr::PostUrlWithDur("page", "http://shop.example.net/cart", "done",
-                                                800, "cart page"));
+    Report("PostUrlWithDur",
+           qr::PostUrlWithDur("page", "http://shop.example.net/cart", "done", 800, "cart page"));
     Report("SendEventWithGameInfo",
            qr::SendEventWithGameInfo("play", "lobby", L"chess", L"s1", L"menu/quick", L""));
 

@@ -41,7 +41,7 @@ ReportThreadImpl::~ReportThreadImpl() {
 void ReportThreadImpl::Close() {
     quitRequested.store(true, std::memory_order_release);
     abandoned.store(true, std::memory_order_release);
-    resumeEvent.Set();
+    wakeEvent.Set();
     thread.join();
 }
 
@@ -53,7 +53,7 @@ bool ReportThreadImpl::Create(const std::wstring& agent) {
 
 void ReportThreadImpl::Resume() {
     resumed.store(true, std::memory_order_release);
-    resumeEvent.Set();
+    wakeEvent.Set();
 }
 
 void ReportThreadImpl::AddStartupCall(StartupFunction function, void* argument) {
@@ -68,7 +68,7 @@ unsigned ReportThreadImpl::ThreadMain(void* argument) {
 
 void ReportThreadImpl::Main() {
     while (!resumed.load(std::memory_order_acquire)) {
-        resumeEvent.Wait(kInfinite);
+        wakeEvent.Wait(kInfinite);
         if (IsAbandoned()) {
             return;
         }
@@ -81,7 +81,8 @@ void ReportThreadImpl::Main() {
 
     while (!quitRequested.load(std::memory_order_acquire)) {
         Step(true);
-        port::Sleep(1);
+        turns.fetch_add(1, std::memory_order_relaxed);
+        WaitForWork();
     }
     if (IsAbandoned()) {
         return;
@@ -201,20 +202,47 @@ void ReportThreadImpl::KeepSparePosts(std::vector<ReportPost>& sent) {
 }
 
 void ReportThreadImpl::Push(ReportPost&& post) {
+    bool wake = false;
+    {
+        CScopedLock lock(postQueueLock);
+        postQueue.push_back(std::move(post));
+        wake = workerIdle;
+        workerIdle = false;
+    }
+    // Only the post that ends an idle wait pays for the signal.
+    if (wake) {
+        wakeEvent.Set();
+    }
+}
+
+void ReportThreadImpl::WaitForWork() {
+    bool idle = false;
+    {
+        CScopedLock lock(postQueueLock);
+        idle = postQueue.empty() && finishedPosts.empty();
+        workerIdle = idle;
+    }
+    if (!idle) {
+        // A turn that found work pauses before the next one, as the sending pace expects.
+        port::Sleep(1);
+        return;
+    }
+    wakeEvent.Wait(kInfinite);
     CScopedLock lock(postQueueLock);
-    postQueue.push_back(std::move(post));
+    workerIdle = false;
 }
 
 void ReportThreadImpl::Stop(unsigned long timeoutMs) {
     exitMode.store(1, std::memory_order_relaxed);
     quitRequested.store(true, std::memory_order_release);
+    wakeEvent.Set();
     const uint32_t wait = timeoutMs >= kInfinite ? kInfinite : static_cast<uint32_t>(timeoutMs);
     if (!thread.wait(wait)) {
         // No thread can be ended by force safely here: the worker is left to notice at its next
         // step and to drop what it still holds.
         CScopedLock lock(lifecycleLock);
         abandoned.store(true, std::memory_order_release);
-        resumeEvent.Set();
+        wakeEvent.Set();
     }
     DeliverResults();
 }

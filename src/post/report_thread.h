@@ -120,6 +120,8 @@ class ReportThreadImpl {
     size_t QueueLength();
     // False once the worker thread has returned (or when it never existed).
     bool IsRunning() const { return thread.isRunning(); }
+    // Turns the worker has made since it was resumed; an idle worker makes none.
+    uint64_t TurnsForTesting() const { return turns.load(std::memory_order_relaxed); }
 
   private:
     struct StartupCall {
@@ -143,6 +145,9 @@ class ReportThreadImpl {
     // One turn: drains the queue (when `drain`) and moves finished posts on. What a failed turn
     // held is dropped; the worker goes on.
     void Step(bool drain);
+    // Worker: waits on wakeEvent when nothing is queued and no finished post waits for its
+    // report; otherwise pauses for the next turn.
+    void WaitForWork();
     void DrainPosts();
     // Formats and posts each record of `post`; `handed` counts the records handed on so far.
     void SendPost(const ReportPost& post, size_t& handed);
@@ -176,8 +181,12 @@ class ReportThreadImpl {
 
     // The worker stands still until `resumed`; `abandoned` makes it drop everything. The worker
     // starts delivery, and Stop abandons it, under lifecycleLock, so that neither happens in
-    // the middle of the other.
-    CEvent resumeEvent;
+    // the middle of the other. `wakeEvent` ends the worker's waits: before `resumed`, and while
+    // it is idle with nothing queued (`workerIdle`, guarded by postQueueLock, tells a posting
+    // thread that the worker waits for it).
+    CEvent wakeEvent;
+    bool workerIdle = false;
+    std::atomic<uint64_t> turns{0};
     std::atomic<bool> resumed{false};
     std::atomic<bool> abandoned{false};
     CCriticalSection lifecycleLock;

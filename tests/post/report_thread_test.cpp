@@ -7,6 +7,7 @@
 #include <mutex>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "delivery/dispatch_table.h"
@@ -64,6 +65,26 @@ TEST_F(ReportThreadTest, PostsWaitUntilResumeAndStopDrainsInOrder) {
     impl.Stop(5000);
     EXPECT_FALSE(impl.IsRunning());
     EXPECT_EQ((Strings{"one", "two", "three"}), Eids());
+}
+
+// With nothing queued the worker waits instead of turning; the next post wakes it at once.
+TEST_F(ReportThreadTest, AnIdleWorkerStandsStillUntilTheNextPost) {
+    Run();
+    Enqueue("first");
+    ASSERT_TRUE(qz_test::WaitUntil([&] { return Eids().size() == 1; }));
+    uint64_t turns = impl.TurnsForTesting();
+    ASSERT_TRUE(qz_test::WaitUntil([&] {
+        const uint64_t before = std::exchange(turns, impl.TurnsForTesting());
+        return !qz_test::WaitUntil([&] { return impl.TurnsForTesting() != before; }, 50);
+    }));
+    EXPECT_FALSE(qz_test::WaitUntil([&] { return impl.TurnsForTesting() != turns; }, 200));
+
+    const auto start = std::chrono::steady_clock::now();
+    Enqueue("second");
+    ASSERT_TRUE(qz_test::WaitUntil([&] { return Eids().size() == 2; }));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
+    impl.Stop(5000);
+    EXPECT_FALSE(impl.IsRunning());
 }
 
 struct Gate {

@@ -13,6 +13,10 @@ inline constexpr size_t kRecordsPerPost = 20;
 // Sent single-record posts kept for reuse by posting threads (about a kilobyte each).
 inline constexpr size_t kMaxSparePosts = 512;
 
+// Posts the worker's drain buffer keeps room for after a drain; a burst's larger buffer is
+// given back, so that memory returns to its level once the queue has drained.
+inline constexpr size_t kKeptQueueCapacity = 256;
+
 // Agent text of the worker when its creator names none.
 inline constexpr wchar_t kDefaultUserAgent[] = L"HttpPost by qzdata_report";
 

@@ -268,6 +268,10 @@ void ReportThreadImpl::DrainPosts() {
     }
     KeepSparePosts(drainBuffer);
     drainBuffer.clear();
+    // The buffer changes places with the queue at the next drain, so both shrink within two.
+    if (drainBuffer.capacity() > post::kKeptQueueCapacity) {
+        std::vector<ReportPost>().swap(drainBuffer);
+    }
 }
 
 void ReportThreadImpl::SendPost(const ReportPost& post, size_t& handed) {

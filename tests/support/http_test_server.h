@@ -79,6 +79,9 @@ class HttpTestServer {
     size_t FinishedCount() const;
     // The bytes received on each connection, in the order of acceptance.
     std::vector<std::string> Received() const;
+    // Off: connections accepted from now on are not recorded (for long runs whose handler keeps
+    // what it needs). Call before Start.
+    void SetRecording(bool on) { recording.store(on); }
 
     // Reads one request, sends `reply` (in pieces of `pieceSize` with `pauseMs` between them
     // when `pieceSize` is given), closes the sending side, then waits for the peer to close.
@@ -102,6 +105,7 @@ class HttpTestServer {
     uint16_t boundPort = 0;
     int listener = -1;
     std::atomic<bool> stopping{false};
+    std::atomic<bool> recording{true};
     std::thread acceptThread;
 
     mutable std::mutex mutex;
@@ -109,6 +113,7 @@ class HttpTestServer {
     std::vector<std::thread> connectionThreads;
     std::vector<int> openSockets;
     size_t finished = 0;
+    size_t connections = 0;
 };
 
 }  // namespace qz_test

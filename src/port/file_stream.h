@@ -33,14 +33,15 @@ class FileStream {
 
     // The number of whole items of `size` bytes read into `data` or written from it: `count`
     // on success, fewer at the end of the file or on an error, 0 when `size` or `count` is 0.
+    // Writes are not buffered: a write that succeeded has reached the file, and one that meets a
+    // full disk or a size limit fails itself.
     size_t Read(void* data, size_t size, size_t count);
     size_t Write(const void* data, size_t size, size_t count);
     // The position from the start of the file; -1 when closed or unknown.
     int64_t Tell();
     // Moves to `offset` from the start of the file. False when closed or on an error.
     bool Seek(int64_t offset);
-    // The length of the file in bytes (what is buffered for writing may be missing); -1 when
-    // closed or unknown.
+    // The length of the file in bytes; -1 when closed or unknown.
     int64_t Size();
 
   private:

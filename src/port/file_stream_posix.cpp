@@ -35,6 +35,11 @@ bool FileStream::Open(const std::wstring& path, Mode mode) {
         return false;
     }
     file = std::fopen(native.c_str(), mode == Mode::kRead ? "rb" : "wb");
+    // A buffered write would succeed and fail only at a later flush, after its writer had let
+    // go of what it wrote.
+    if (file != nullptr && mode == Mode::kWrite) {
+        std::setvbuf(file, nullptr, _IONBF, 0);
+    }
     return file != nullptr;
 }
 

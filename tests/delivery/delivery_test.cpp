@@ -201,6 +201,77 @@ TEST(DispatchTableTest, StopSendsAtMostTwentyUntriedRecords) {
     EXPECT_EQ(engine.Counters(), (Counts{27, 1, 21, 1, 22, 1, 21, 2, 6}));
 }
 
+// Peers that fail each in their own way, against the design's 2000 ms time-out. A record older
+// than seven days runs one pass: two attempts on the host, none on fallbacks (there are none).
+TEST(FaultTest, EachPeerFaultGivesItsRequestsAndCounters) {
+    using Handler = HttpTestServer::Handler;
+    const auto answerAfter = [](int ms) -> Handler {
+        return [ms](qz_test::TestConnection& peer) {
+            if (!peer.ReadRequest().empty()) {
+                WaitUntil([&] { return peer.Stopping(); }, ms);
+                peer.Send(Reply("200 OK"));
+                peer.WaitForPeerClose(3000);
+            }
+        };
+    };
+    const Handler resetMidResponse = [](qz_test::TestConnection& peer) {
+        if (!peer.ReadRequest().empty() && peer.Send("HTTP/1.1 200 OK\r\nContent-Len")) {
+            peer.Reset();
+        }
+    };
+    const Counts failedPass{1, 0, 0, 1, 1, 1, 0, 2, 1}, sent{1, 0, 1, 0, 1, 0, 1, 0, 0};
+    // name, peer (null: nothing listens), "EC=" counts it saw, counters
+    const std::vector<std::tuple<std::string, Handler, std::vector<int>, Counts>> cases = {
+        {"refused", nullptr, {}, failedPass},
+        {"never answers", HttpTestServer::Silent(), {1, 2}, failedPass},
+        {"reset mid-response", resetMidResponse, {1, 2}, failedPass},
+        {"500", HttpTestServer::Respond(Reply("500 Error")), {1, 2}, failedPass},
+        {"answers after 2.1 s", answerAfter(2100), {1, 2}, failedPass},
+        {"answers after 1.9 s", answerAfter(1900), {1}, sent},
+    };
+    // The cases wait on the clock, so they run side by side.
+    std::vector<std::thread> runs;
+    for (const auto& [name, handler, attempts, counts] : cases) {
+        runs.emplace_back(
+            [&, name = name, handler = handler, attempts = attempts, counts = counts] {
+                SCOPED_TRACE(name);
+                Engine engine({kHost}, {}, 2000, handler ? handler : HttpTestServer::Silent());
+                ASSERT_EQ(engine.servers.size(), 1u);
+                if (!handler) {
+                    engine.servers[0]->Stop();
+                }
+                engine.Post(port::Time64() - 8 * 86400);
+                ASSERT_TRUE(WaitUntil([&] { return engine.Counters() == counts; }, 10000))
+                    << testing::PrintToString(engine.Counters());
+                engine.table.Stop();
+                EXPECT_EQ(engine.Attempts(0, 1), attempts);
+                EXPECT_EQ(engine.Counters(), counts);
+            });
+    }
+    for (std::thread& run : runs) {
+        run.join();
+    }
+}
+
+// A record made while the collector is down uses up its five passes at once and is given up; once
+// the collector is back on its port, the next record goes through at the first attempt.
+TEST(FaultTest, TheCollectorComingBackTakesTheNextRecord) {
+    Engine engine({kHost}, {}, 2000, HttpTestServer::Respond(Reply("200 OK")));
+    ASSERT_EQ(engine.servers.size(), 1u);
+    const uint16_t port = engine.Port();
+    engine.servers[0]->Stop();
+    engine.Post();
+    ASSERT_TRUE(WaitUntil([&] { return engine.context.GetStats().Peek().del == 1; }));
+    EXPECT_EQ(engine.Counters(), (Counts{1, 4, 0, 5, 1, 9, 0, 10, 1}));
+    HttpTestServer back;
+    ASSERT_TRUE(back.Start(HttpTestServer::Respond(Reply("200 OK")), kHost, port));
+    engine.Post();
+    ASSERT_TRUE(WaitUntil([&] { return engine.context.GetStats().Peek().succeed_report == 1; }));
+    EXPECT_EQ(engine.Counters(), (Counts{2, 4, 1, 5, 2, 9, 1, 10, 1}));
+    ASSERT_EQ(back.Received().size(), 1u);
+    EXPECT_THAT(back.Received()[0], StartsWith("GET /c.gif?act=zhwebevent&smkdata=0&EC=1&"));
+}
+
 // The strategy comes direct, uncounted; a served blob's keep-alive limit reaches every
 // connection, made before or after; a 404 changes nothing.
 TEST_F(StrategyBlobTest, TheEngineFetchesTheStrategyAndPassesItsLimitToEveryConnection) {

@@ -1,7 +1,9 @@
 // The not-sent pack file through the report object: the layout against bytes written out by
 // hand, loads of whole, damaged and foreign files, and where PackNotSent stops.
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 
 #include <filesystem>
 #include <fstream>
@@ -151,6 +153,43 @@ TEST_F(PackTest, LoadKeepsForeignFilesAndDeletesDamagedOnes) {
                   std::make_tuple(object.loadedPostsReady.load(), exists(dir + "/" + name),
                                   object.Loaded()))
             << i;
+    }
+}
+
+// A full disk (a file size limit) stops the pack at a whole post; the posts not written stay in
+// memory, and a later pack with room holds them: across both files nothing is lost or doubled.
+TEST_F(PackTest, AFullDiskLeavesTheUnwrittenPostsForTheNextPack) {
+    PackObject object;
+    for (int i = 0; i < 40; ++i) {
+        object.notSentPosts.push_back({L"u", {{{"n", std::to_string(i) + std::string(40, 'x')}}}});
+    }
+    rlimit saved{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
+    const auto previous = signal(SIGXFSZ, SIG_IGN);  // a write past the limit fails, no signal
+    rlimit limited = saved;
+    limited.rlim_cur = 1000;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
+    const bool fullDisk = object.PackNotSent(Wide("full"));
+    setrlimit(RLIMIT_FSIZE, &saved);
+    signal(SIGXFSZ, previous);
+    EXPECT_FALSE(fullDisk);
+    const size_t left = object.notSentPosts.size();
+    EXPECT_TRUE(left > 0 && left < 40) << left;
+    EXPECT_LE(Read("full").size(), 1000u);
+    EXPECT_TRUE(object.PackNotSent(Wide("room")));
+    EXPECT_TRUE(object.notSentPosts.empty());
+
+    std::vector<std::string> values;
+    for (const char* name : {"full", "room"}) {
+        PackObject next(Wide(name));
+        next.LoadNotSent();
+        for (const auto& post : next.Loaded()) {
+            values.push_back(std::get<2>(post).at(0).at("n"));
+        }
+    }
+    ASSERT_EQ(values.size(), 40u);
+    for (int i = 0; i < 40; ++i) {
+        EXPECT_EQ(values[i], std::to_string(i) + std::string(40, 'x'));
     }
 }
 

@@ -4,7 +4,8 @@
 set -euo pipefail
 
 packages=(build-essential cmake pkg-config libjsoncpp-dev libgtest-dev libgmock-dev
-          libbenchmark-dev libssl-dev openssl python3-cryptography)
+          libbenchmark-dev libssl-dev openssl python3-cryptography clang-14 libclang-rt-14-dev
+          chromium)
 
 missing=()
 for package in "${packages[@]}"; do

@@ -625,8 +625,12 @@ def main(argv=None):
     done = threading.Event()
     limit = args.exit_after
 
+    printing = threading.Lock()  # handler threads print: one whole line at a time
+
     def output(entry):
-        print(json.dumps(entry) if args.json else format_line(entry), flush=True)
+        line = json.dumps(entry) if args.json else format_line(entry)
+        with printing:
+            print(line, flush=True)
         if limit and limit[1] == "r" and entry["id"] >= limit[0]:
             done.set()
 

@@ -363,9 +363,12 @@ def format_line(entry):
     stamp = time.strftime("%H:%M:%S", time.localtime(entry["received"]))
     head = "%s %-15s %-6s %-8s" % (stamp, entry["address"], entry["status"], entry["kind"])
     if entry["kind"] in ("record", "total", "fail"):
-        fields = " ".join("%s=%s" % (f["key"], f["value"][:40]) for f in entry["fields"])
-        return "%s act=%s EC=%s key=%s %s" % (head, entry["act"], entry["ec"],
-                                              "ok" if entry["key_ok"] else "BAD", fields)
+        # The event id leads: it tells records apart at a glance; the other keys follow.
+        eid = " eid=%s" % entry["eid"] if entry.get("eid") else ""
+        fields = " ".join("%s=%s" % (f["key"], f["value"][:40]) for f in entry["fields"]
+                          if f["key"] != "eid")
+        return "%s act=%s%s EC=%s key=%s %s" % (head, entry["act"], eid, entry["ec"],
+                                                "ok" if entry["key_ok"] else "BAD", fields)
     return "%s %s" % (head, entry["target"][:160])
 
 

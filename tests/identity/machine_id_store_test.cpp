@@ -110,6 +110,15 @@ TEST_F(UserStoreTest, FilesArePrivateAndWrittenWhole) {
     setenv("XDG_CONFIG_HOME", (home + "/xdg").c_str(), 1);
     EXPECT_EQ(ObtainStoredMachineId([] { return std::string("e"); }), "e");
     EXPECT_TRUE(fs::exists(home + "/xdg/software/norvik/qzdata_report_kelvo/mid"));
+    // A store that cannot be written (a file where its folder belongs, which holds for root too):
+    // the id is derived at every call, and stays the same.
+    std::ofstream(home + "/file") << "x";
+    setenv("XDG_CONFIG_HOME", (home + "/file").c_str(), 1);
+    int derivations = 0;
+    for (int run = 0; run < 2; ++run) {
+        EXPECT_EQ(ObtainStoredMachineId([&] { return ++derivations, std::string("f"); }), "f");
+    }
+    EXPECT_EQ(derivations, 2);
 }
 
 struct FakeProbes : HardwareProbes {

@@ -17,6 +17,10 @@ inline constexpr size_t kMaxSparePosts = 512;
 // given back, so that memory returns to its level once the queue has drained.
 inline constexpr size_t kKeptQueueCapacity = 256;
 
+// Empty turns (about 1 ms each) the worker makes before it waits for the next post: a host
+// that reports steadily never pays for waking it, and an idle library soon stops turning.
+inline constexpr uint32_t kIdleTurnsBeforeWait = 20;
+
 // Agent text of the worker when its creator names none.
 inline constexpr wchar_t kDefaultUserAgent[] = L"HttpPost by qzdata_report";
 

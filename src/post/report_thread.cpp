@@ -219,11 +219,13 @@ void ReportThreadImpl::WaitForWork() {
     bool idle = false;
     {
         CScopedLock lock(postQueueLock);
-        idle = postQueue.empty() && finishedPosts.empty();
+        const bool empty = postQueue.empty() && finishedPosts.empty();
+        emptyTurns = empty ? emptyTurns + 1 : 0;
+        idle = emptyTurns > post::kIdleTurnsBeforeWait;
         workerIdle = idle;
     }
     if (!idle) {
-        // A turn that found work pauses before the next one, as the sending pace expects.
+        // A turn pauses before the next one, as the sending pace expects.
         port::Sleep(1);
         return;
     }

@@ -145,8 +145,8 @@ class ReportThreadImpl {
     // One turn: drains the queue (when `drain`) and moves finished posts on. What a failed turn
     // held is dropped; the worker goes on.
     void Step(bool drain);
-    // Worker: waits on wakeEvent when nothing is queued and no finished post waits for its
-    // report; otherwise pauses for the next turn.
+    // Worker: waits on wakeEvent once nothing has been queued for kIdleTurnsBeforeWait turns and
+    // no finished post waits for its report; otherwise pauses for the next turn.
     void WaitForWork();
     void DrainPosts();
     // Formats and posts each record of `post`; `handed` counts the records handed on so far.
@@ -186,6 +186,7 @@ class ReportThreadImpl {
     // thread that the worker waits for it).
     CEvent wakeEvent;
     bool workerIdle = false;
+    uint32_t emptyTurns = 0;  // worker; turns in a row that found nothing queued
     std::atomic<uint64_t> turns{0};
     std::atomic<bool> resumed{false};
     std::atomic<bool> abandoned{false};

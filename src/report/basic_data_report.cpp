@@ -341,8 +341,9 @@ bool BasicDataReport<Worker>::PostCustomEvent(const std::string& eid, const std:
     if (Traced()) {
         WriteTrace(report::kTracePostCustom, report::kCustomTraceKeys, post.records.front());
     }
-    return this->PostWithPriority(defaultUrl, GetDefaultPostPriority(), post.records, nullptr,
-                                  nullptr);
+    // The default priority would go with the post, but a priority never changes a report's fate:
+    // the post is handed over as it stands instead of copied.
+    return this->HandOver(defaultUrl, std::move(post));
 }
 
 template <class Worker>

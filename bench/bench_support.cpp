@@ -20,12 +20,19 @@ namespace qzbench {
 
 namespace {
 
-// A loopback socket bound to a port the system picks, listening when `listening`; -1 on failure.
+// A loopback socket bound to `port` (0: one the system picks, stored into `port`), listening
+// when `listening`; -1 on failure.
 int BindLoopback(bool listening, uint16_t& port) {
     const int fd = socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    // A collector started again on its port must not wait for the old connections to expire.
+    const int on = 1;
+    if (fd >= 0 && listening) {
+        setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
+    }
     socklen_t size = sizeof(address);
     if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
         (listening && listen(fd, 64) != 0) ||
@@ -41,7 +48,9 @@ int BindLoopback(bool listening, uint16_t& port) {
 
 }  // namespace
 
-bool LoopbackCollector::Start() {
+bool LoopbackCollector::Start(uint16_t onPort) {
+    port = onPort;
+    stopping = false;
     listener = BindLoopback(true, port);
     if (listener < 0) {
         return false;

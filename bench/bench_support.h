@@ -27,8 +27,9 @@ class LoopbackCollector {
     LoopbackCollector(const LoopbackCollector&) = delete;
     LoopbackCollector& operator=(const LoopbackCollector&) = delete;
 
-    // Listens on a port the system picks; false when it cannot.
-    bool Start();
+    // Listens on `onPort`, or on a port the system picks for 0 (also to start again on the port
+    // of an earlier Start after Stop); false when it cannot.
+    bool Start(uint16_t onPort = 0);
     // Stops serving and closes the port: connections to it are refused from then on.
     void Stop();
 

@@ -183,15 +183,28 @@ void HttpTestServer::AcceptLoop() {
             records.push_back(record);
         }
         openSockets.push_back(accepted);
-        connectionThreads.emplace_back([this, accepted, record] {
-            TestConnection connection(accepted, *this, record);
-            handler(connection);
-            if (connection.socket >= 0) {
-                Forget(connection.socket);
+        // Threads of ended connections are joined as new ones come, so that a long run holds
+        // only the threads of the connections still open.
+        for (auto done = connectionThreads.begin(); done != connectionThreads.end();) {
+            if (*done->ended) {
+                done->thread.join();
+                done = connectionThreads.erase(done);
+            } else {
+                ++done;
             }
-            std::lock_guard<std::mutex> guard(mutex);
-            ++finished;
-        });
+        }
+        auto ended = std::make_shared<std::atomic<bool>>(false);
+        connectionThreads.push_back({std::thread([this, accepted, record, ended] {
+                                         TestConnection connection(accepted, *this, record);
+                                         handler(connection);
+                                         if (connection.socket >= 0) {
+                                             Forget(connection.socket);
+                                         }
+                                         std::lock_guard<std::mutex> guard(mutex);
+                                         ++finished;
+                                         *ended = true;
+                                     }),
+                                     ended});
     }
 }
 
@@ -202,7 +215,7 @@ void HttpTestServer::Stop() {
     if (acceptThread.joinable()) {
         acceptThread.join();
     }
-    std::vector<std::thread> threads;
+    std::vector<ConnectionThread> threads;
     {
         std::lock_guard<std::mutex> guard(mutex);
         // Wakes handlers blocked in a protocol of their own (a TLS accept or read).
@@ -211,8 +224,8 @@ void HttpTestServer::Stop() {
         }
         threads.swap(connectionThreads);
     }
-    for (std::thread& thread : threads) {
-        thread.join();
+    for (ConnectionThread& connection : threads) {
+        connection.thread.join();
     }
     if (listener >= 0) {
         close(listener);

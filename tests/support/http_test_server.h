@@ -110,7 +110,11 @@ class HttpTestServer {
 
     mutable std::mutex mutex;
     std::vector<std::shared_ptr<std::string>> records;
-    std::vector<std::thread> connectionThreads;
+    struct ConnectionThread {
+        std::thread thread;
+        std::shared_ptr<std::atomic<bool>> ended;  // set by the thread as its last step
+    };
+    std::vector<ConnectionThread> connectionThreads;
     std::vector<int> openSockets;
     size_t finished = 0;
     size_t connections = 0;

@@ -53,10 +53,14 @@ AesBlobPlain CAesBlobCipher::Decode(const std::string& blob) {
         return result;
     }
 
-    // The scan accepted signs and blanks; the length itself is read digit by digit, and only a
-    // value that fits the cipher text is used.
+    // The scan accepted signs and blanks and stopped at a NUL byte; the length itself is read
+    // digit by digit, any other byte refuses the blob, and only a value that fits the cipher
+    // text is used.
     int64_t length = 0;
     for (char c : lengthField) {
+        if (c < '0' || c > '9') {
+            return result;
+        }
         length = length * 10 + (c - '0');
     }
     if (length < 0 || length > cipherLength) {

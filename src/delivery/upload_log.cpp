@@ -305,6 +305,10 @@ void CUploadLog::UploadFile(const std::string& path, bool isFail) {
             break;
         }
         line += piece;
+        // A line that starts with a NUL byte reads as an empty piece: nothing to look at yet.
+        if (!atEnd && line.empty()) {
+            continue;
+        }
         if (!atEnd && line.back() != '\n') {
             continue;
         }
@@ -355,6 +359,11 @@ bool CUploadLog::UploadLine(const std::string& line, bool isFail, bool once) {
             return true;
         }
         if (!value.empty()) {
+            // Escaped like every other field: a blank or line break of a damaged line must not
+            // reach the request line.
+            std::string escaped;
+            EscapeUrl(value, escaped);
+            value = escaped;
             query += "&fguid=" + value;
         }
     } else {

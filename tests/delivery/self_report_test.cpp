@@ -301,6 +301,30 @@ TEST_F(SelfReportTest, UploadKeepsAndDropsFilesByTheirLines) {
                 testing::Not(testing::AnyOf(HasSubstr("G2"), HasSubstr("G5"), HasSubstr("G7"))));
 }
 
+// Odd bytes in the lines of old files: a line that starts with a NUL byte reads as an empty
+// piece and is dropped, while the lines around it (the first long enough to live on the heap)
+// are sent; a blank in a failure line's guid is escaped in both fields that carry it.
+TEST_F(SelfReportTest, UploadDropsNulLinesAndEscapesEveryField) {
+    const std::string now = std::to_string(port::Time64());
+    const auto total = [&](const std::string& guid) {
+        return now + "\tS0\t" + guid +
+               "\t5\t1\t0\t1\t0\t1\t0\t1\t0\t0\t0\tK\t1.0\tw\tu\tvs-1\r\n";
+    };
+    WriteFile(logs + "report1.log",
+              total("G1") + std::string(1, '\0') + total("G2") + total("G3"));
+    WriteFile(logs + "err/report_err1.log",
+              now + "\tS0\tG 7\t11\tK\t1.0\tw\tu\tvs-1\tzhwebevent\t0\th\n");
+    StartContext(1);
+    ASSERT_TRUE(WaitUntil([&] {
+        return Files(logs).count("report1.log") == 0 && Files(logs + "err/").empty();
+    }));
+    const std::vector<std::string> requests = Requests();
+    const std::string sent = std::accumulate(requests.begin(), requests.end(), std::string());
+    EXPECT_THAT(sent, testing::AllOf(HasSubstr("&guid=G1&"), HasSubstr("&guid=G3&"),
+                                     testing::Not(HasSubstr("G2")),
+                                     HasSubstr("&guid=G%207&fguid=G%207&fcode=11&")));
+}
+
 // Stop while a line is on its way: the rest of the file is not read and the file stays.
 TEST_F(SelfReportTest, StopDuringAnUploadLeavesTheFile) {
     hold = true;

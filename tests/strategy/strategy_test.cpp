@@ -71,6 +71,17 @@ TEST_F(StrategyBlobTest, DecodeGivesWhatOpensslEncipheredAndRefusesBadOuterLayer
     }
 }
 
+// The scan of the length prefix stops at a NUL byte; such a prefix is refused, not read with the
+// NUL (or a byte behind it) as a digit that happens to give a length that fits.
+TEST(StrategyDecodeTest, ALengthPrefixWithANulByteIsRefused) {
+    for (const std::string& prefix :
+         {std::string("0000006\0", 8), std::string("000006\0\xC0", 8)}) {
+        std::string plain = "stale";
+        EXPECT_FALSE(CStrategy::DecodeStrategyBlob(prefix + std::string(32, 'a'), plain));
+        EXPECT_EQ(plain, "");
+    }
+}
+
 // Fields 1-28 apply as a whole; field 29, the switch, may fail alone and then stays as it was.
 TEST_F(StrategyBlobTest, AppliedBlobsReplaceEverythingAndSetTheSwitchOnlyWhenItReads) {
     // clang-format off

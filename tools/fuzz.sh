@@ -1,0 +1,67 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets of tests/fuzz (clang 14) and runs each for SECONDS on a scratch
+# copy of its seed corpus, so the corpus in the tree does not grow. Prints per target the number
+# of inputs run and whether it found anything (crash, hang, leak, broken property), and exits
+# non-zero on any finding; the reproducers stay under <build>/fuzz-runs/<target>/artifacts.
+#
+#   tools/fuzz.sh [SECONDS]   every target for SECONDS (default 60)
+#   tools/fuzz.sh --smoke     every target for a few seconds (CI)
+#
+# Build folder: $QZ_FUZZ_BUILD_DIR, else <root>/build-fuzz. Parallel build jobs: $QZ_FUZZ_JOBS
+# (default 2).
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=${QZ_FUZZ_BUILD_DIR:-$root/build-fuzz}
+jobs=${QZ_FUZZ_JOBS:-2}
+
+seconds=60
+case "${1:-}" in
+  "") ;;
+  --smoke) seconds=5 ;;
+  *[!0-9]* | 0) echo "usage: $0 [SECONDS | --smoke]" >&2; exit 2 ;;
+  *) seconds=$1 ;;
+esac
+
+"$root/tools/install_deps.sh"
+started=$(date +%s)
+
+cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQZ_FUZZ=ON \
+      -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 -DQZ_SANITIZE= \
+      -DQZ_BUILD_TESTS=OFF -DQZ_BUILD_BENCH=OFF -DQZ_BUILD_EXAMPLES=OFF >/dev/null
+cmake --build "$build" --target qz_fuzz_targets -j"$jobs"
+built=$(date +%s)
+
+targets=$(sed -n '/^set(QZ_FUZZ_TARGETS/,/)/p' "$root/tests/fuzz/CMakeLists.txt" |
+          sed 's/set(QZ_FUZZ_TARGETS//; s/)//' | tr -s ' \n' '\n' | sed '/^$/d')
+
+export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
+export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
+findings=0
+printf '%-22s %12s  %s\n' target executions result
+for target in $targets; do
+  work="$build/fuzz-runs/$target"
+  rm -rf "$work"
+  mkdir -p "$work/corpus" "$work/artifacts" "$work/tmp"
+  cp "$root/tests/fuzz/corpus/$target/"* "$work/corpus/" 2>/dev/null || true
+  status=0
+  TMPDIR="$work/tmp" "$build/tests/fuzz/fuzz_$target" -max_total_time="$seconds" -timeout=25 \
+    -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$work/artifacts/" \
+    "$work/corpus" >"$work/log" 2>&1 || status=$?
+  executions=$(sed -n 's/^stat::number_of_executed_units: *//p' "$work/log" | tail -1)
+  artifacts=$(find "$work/artifacts" -type f | wc -l)
+  if [ "$status" -ne 0 ] || [ "$artifacts" -ne 0 ]; then
+    findings=$((findings + 1))
+    result="FOUND (exit $status; log $work/log; artifacts $work/artifacts)"
+  else
+    result="nothing found"
+  fi
+  printf '%-22s %12s  %s\n' "$target" "${executions:-?}" "$result"
+  rm -rf "$work/tmp"
+done
+
+finished=$(date +%s)
+echo "build $((built - started)) s, runs $((finished - built)) s, total $((finished - started)) s"
+if [ "$findings" -ne 0 ]; then
+  echo "$findings target(s) found something" >&2
+  exit 1
+fi

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the library and runs the whole test suite: a plain build, then AddressSanitizer with
-# UndefinedBehaviorSanitizer, then ThreadSanitizer. `--quick` runs the plain build only.
+# UndefinedBehaviorSanitizer, then ThreadSanitizer; then a short run of every fuzz target.
+# `--quick` runs the plain build only.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/tools/install_deps.sh"
@@ -20,3 +21,4 @@ for variant in "${variants[@]}"; do
   ASAN_OPTIONS=detect_leaks=1 TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
     ctest --test-dir "$dir" --output-on-failure -j"$jobs"
 done
+[ "${1:-}" = "--quick" ] || "$root/tools/fuzz.sh" --smoke

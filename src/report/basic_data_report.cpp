@@ -235,7 +235,7 @@ void BasicDataReport<Worker>::PostStartUpEvent() {
     }
     ReportPost post = NewEventPost();
     BuildLifecycleRecord(post.records.front(), report::kStartupEid, report::kTraceStartUp, nullptr);
-    this->PostWithPriority(defaultUrl, GetDefaultPostPriority(), post.records, nullptr, nullptr);
+    this->HandOver(defaultUrl, std::move(post));
 }
 
 template <class Worker>
@@ -254,13 +254,15 @@ void BasicDataReport<Worker>::PostHeartBeatEvent() {
     if (!Sends(report::kSendHeartbeat)) {
         return;
     }
-    heartbeatRecords.resize(1);
+    // A spare post, handed over as it stands: a copy would add one post to the spares at every
+    // heartbeat, until their bound.
+    ReportPost post = NewEventPost();
     // Signed on purpose: a session longer than 24 days shows a negative duration.
     const std::string duration =
         std::to_string(static_cast<int32_t>(port::GetTickCount() - startTick));
-    BuildLifecycleRecord(heartbeatRecords.front(), report::kHeartbeatEid, report::kTraceHeartBeat,
+    BuildLifecycleRecord(post.records.front(), report::kHeartbeatEid, report::kTraceHeartBeat,
                          &duration);
-    this->PostImmediately(defaultUrl, heartbeatRecords, nullptr, nullptr);
+    this->HandOver(defaultUrl, std::move(post));
 }
 
 template <class Worker>

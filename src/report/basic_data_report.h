@@ -134,7 +134,6 @@ class BasicDataReport : public BasicDataReportBase<Worker> {
     uintptr_t pumpTimer = 0;
     std::string dty;
     std::string pro;
-    std::vector<ReportRecord> heartbeatRecords;  // timer thread, then Exit
     CCriticalSection sessionLock;
     std::vector<ReportRecord> sessionRecords;  // guarded by sessionLock
     std::atomic<bool> sessionApplied{false};

@@ -1,49 +1,26 @@
-// Event id escaping, both ways. Escaping keeps only letters, digits, "-", "(", ")", the escape
-// mark "." (and "/" when slashes stay), and unescaping it gives the text back, whatever bytes it
-// holds. Unescaping any text either fails and leaves its output alone, or gives a text whose
-// escaped form unescapes to it again.
-#include <cstddef>
-#include <cstdint>
-#include <cstring>
-#include <string>
-
+// Event id escaping: with and without escaped slashes, unescaping the escaped form of any bytes
+// gives them back. Unescaping any text either fails and leaves its output alone, or gives a
+// text that survives escaping and unescaping again.
 #include "fuzz_support.h"
 #include "qzdata_report.h"
 
-namespace {
-
-bool IsKept(char c, bool escapeSlash) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-           std::strchr("-().", c) != nullptr || (c == '/' && !escapeSlash);
-}
-
-}  // namespace
+using qzdata_report_kelvo::EidEscape;
+using qzdata_report_kelvo::EidUnescape;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    namespace qz = qzdata_report_kelvo;
     const std::string text(reinterpret_cast<const char*>(data), size);
+    std::string escaped;
+    std::string back;
     for (bool escapeSlash : {false, true}) {
-        std::string escaped = "stale";
-        QZ_FUZZ_CHECK(qz::EidEscape(text, &escaped, escapeSlash));
-        for (char c : escaped) {
-            QZ_FUZZ_CHECK(c != '\0' && IsKept(c, escapeSlash));
-        }
-        std::string back = "stale";
-        QZ_FUZZ_CHECK(qz::EidUnescape(escaped, &back));
-        QZ_FUZZ_CHECK(back == text);
-        QZ_FUZZ_CHECK(!qz::EidEscape(text, nullptr, escapeSlash));
+        QZ_FUZZ_CHECK(EidEscape(text, &escaped, escapeSlash));
+        QZ_FUZZ_CHECK(EidUnescape(escaped, &back) && back == text);
     }
-
     std::string unescaped = "stale";
-    if (!qz::EidUnescape(text, &unescaped)) {
+    if (!EidUnescape(text, &unescaped)) {
         QZ_FUZZ_CHECK(unescaped == "stale");
         return 0;
     }
-    QZ_FUZZ_CHECK(unescaped.size() <= text.size());
-    std::string escaped;
-    std::string again;
-    QZ_FUZZ_CHECK(qz::EidEscape(unescaped, &escaped, true));
-    QZ_FUZZ_CHECK(qz::EidUnescape(escaped, &again));
-    QZ_FUZZ_CHECK(again == unescaped);
+    QZ_FUZZ_CHECK(EidEscape(unescaped, &escaped, true));
+    QZ_FUZZ_CHECK(EidUnescape(escaped, &back) && back == unescaped);
     return 0;
 }

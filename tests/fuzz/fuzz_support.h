@@ -1,146 +1,108 @@
-// Shared pieces of the fuzz targets: a failing check that libFuzzer reports as a crash, a
-// private scratch folder for everything the library writes, and the encoders the library
-// lacks (it only decodes), written here independently of its decoders.
+// Shared by the fuzz targets: a failed check that libFuzzer reports as a crash, a scratch folder,
+// and the server-side encoders the library lacks, written independently of its decoders.
 #pragma once
 
 #include <stdlib.h>
-#include <unistd.h>
 
-#include <cstddef>
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <fstream>
 #include <string>
 
-#include "codec/constants.h"
 #include "codec/crypto_library.h"
 #include "codec/md5.h"
 #include "deployment_config.h"
 
+#define QZ_FUZZ_CHECK(condition) \
+    ((condition) ? void() : ::qz_fuzz::Fail(#condition, __FILE__, __LINE__))
+
 namespace qz_fuzz {
 
+namespace crypto = qzdata_report_kelvo::crypto;
+namespace deployment = qzdata_report_kelvo::deployment;
+
 [[noreturn]] inline void Fail(const char* what, const char* file, int line) {
-    std::fprintf(stderr, "%s:%d: property violated: %s\n", file, line, what);
-    std::fflush(stderr);
+    std::fprintf(stderr, "%s:%d: broken: %s\n", file, line, what);
     std::abort();
 }
 
-#define QZ_FUZZ_CHECK(condition)                                   \
-    do {                                                           \
-        if (!(condition)) {                                        \
-            ::qz_fuzz::Fail(#condition, __FILE__, __LINE__);       \
-        }                                                          \
-    } while (0)
-
-// Made once per process under $TMPDIR (else /tmp); XDG_DATA_HOME and XDG_CONFIG_HOME point
-// into it, so that no target touches the files of the user running it. Ends with "/".
+// Made once under $TMPDIR; XDG_DATA_HOME and XDG_CONFIG_HOME point into it, so no target
+// touches the files of the user running it. Ends with "/".
 inline const std::string& ScratchFolder() {
     static const std::string folder = [] {
         const char* base = std::getenv("TMPDIR");
-        std::string pattern = std::string(base != nullptr && *base != '\0' ? base : "/tmp") +
-                              "/qz-fuzz-XXXXXX";
-        if (mkdtemp(&pattern[0]) == nullptr) {
-            Fail("mkdtemp", __FILE__, __LINE__);
-        }
-        pattern += "/";
-        setenv("XDG_DATA_HOME", (pattern + "data").c_str(), 1);
-        setenv("XDG_CONFIG_HOME", (pattern + "config").c_str(), 1);
-        return pattern;
+        std::string path =
+            std::string(base != nullptr && *base ? base : "/tmp") + "/qz-fuzz-XXXXXX";
+        QZ_FUZZ_CHECK(mkdtemp(&path[0]) != nullptr);
+        setenv("XDG_DATA_HOME", (path + "/data").c_str(), 1);
+        setenv("XDG_CONFIG_HOME", (path + "/config").c_str(), 1);
+        return path + "/";
     }();
     return folder;
 }
 
-inline bool WriteFile(const std::string& path, const std::string& bytes) {
-    FILE* file = std::fopen(path.c_str(), "wb");
-    if (file == nullptr) {
-        return false;
-    }
-    const bool written = bytes.empty() || std::fwrite(bytes.data(), bytes.size(), 1, file) == 1;
-    return std::fclose(file) == 0 && written;
+inline void WriteFile(const std::string& path, const std::string& bytes) {
+    QZ_FUZZ_CHECK(std::ofstream(path, std::ios::binary).write(bytes.data(), bytes.size()));
 }
 
-inline bool FileExists(const std::string& path) {
-    return access(path.c_str(), F_OK) == 0;
-}
-
-// Standard base64 with "=" padding (RFC 4648).
+// Standard base64 with "=" padding.
 inline std::string Base64Encode(const std::string& bytes) {
-    static const char alphabet[] =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    static const char abc[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string text;
-    size_t i = 0;
-    for (; i + 3 <= bytes.size(); i += 3) {
-        const uint32_t group = static_cast<uint8_t>(bytes[i]) << 16 |
-                               static_cast<uint8_t>(bytes[i + 1]) << 8 |
-                               static_cast<uint8_t>(bytes[i + 2]);
-        for (int shift = 18; shift >= 0; shift -= 6) {
-            text += alphabet[(group >> shift) & 0x3F];
+    uint32_t bits = 0;
+    int count = 0;
+    for (unsigned char byte : bytes) {
+        for (bits = bits << 8 | byte, count += 8; count >= 6;) {
+            text += abc[(bits >> (count -= 6)) & 63];
         }
     }
-    const size_t rest = bytes.size() - i;
-    if (rest > 0) {
-        uint32_t group = static_cast<uint8_t>(bytes[i]) << 16;
-        if (rest == 2) {
-            group |= static_cast<uint8_t>(bytes[i + 1]) << 8;
-        }
-        text += alphabet[(group >> 18) & 0x3F];
-        text += alphabet[(group >> 12) & 0x3F];
-        text += rest == 2 ? alphabet[(group >> 6) & 0x3F] : '=';
-        text += '=';
+    if (count > 0) {
+        text += abc[(bits << (6 - count)) & 63];
     }
-    return text;
+    return text.append((4 - text.size() % 4) % 4, '=');
 }
 
-// The strategy server's side: `plain` (not empty) enciphered with AES-128-CBC, key and vector
-// the MD5 of the strategy pass, zero padding to whole blocks, behind its length as 8 decimal
-// digits, the cipher text in lower-case hexadecimal. Empty when the crypto library is missing.
+// The strategy server's side: `plain` (not empty) in AES-128-CBC, key and vector the MD5 of the
+// strategy pass, zero padding, behind its length as 8 decimal digits, the cipher text in hex.
 inline std::string EncipherStrategyBlob(const std::string& plain) {
-    using namespace qzdata_report_kelvo;
     crypto::CryptoLibrary& library = crypto::CryptoLibrary::Instance();
-    const crypto::EvpMd* md5 = library.EVP_md5();
-    if (md5 == nullptr || plain.empty() || plain.size() > 99999999) {
-        return std::string();
-    }
     const std::string pass = deployment::kStrategyPass;
     unsigned char key[16];
-    if (library.EVP_Digest(pass.data(), pass.size(), key, nullptr, md5, nullptr) != 1) {
-        return std::string();
-    }
+    QZ_FUZZ_CHECK(library.EVP_md5() != nullptr &&
+                  library.EVP_Digest(pass.data(), pass.size(), key, nullptr, library.EVP_md5(),
+                                     nullptr) == 1);
     crypto::AesKey schedule;
-    library.AES_set_encrypt_key(key, codec::kAesKeyBits, &schedule);
+    library.AES_set_encrypt_key(key, 128, &schedule);
     std::string padded = plain;
     padded.resize((plain.size() + 15) / 16 * 16, '\0');
     std::string cipher(padded.size(), '\0');
     library.AES_cbc_encrypt(reinterpret_cast<const unsigned char*>(padded.data()),
                             reinterpret_cast<unsigned char*>(&cipher[0]), padded.size(), &schedule,
                             key, crypto::kEncrypt);
-    char length[16];
-    std::snprintf(length, sizeof(length), "%08zu", plain.size());
-    std::string blob = length;
-    static const char hex[] = "0123456789abcdef";
+    char blob[16];
+    std::snprintf(blob, sizeof(blob), "%08zu", plain.size());
+    std::string text = blob;
     for (unsigned char byte : cipher) {
-        blob += hex[byte >> 4];
-        blob += hex[byte & 15];
+        text += "0123456789abcdef"[byte >> 4];
+        text += "0123456789abcdef"[byte & 15];
     }
-    return blob;
+    return text;
 }
 
-// The configuration server's side: `plain` enciphered with DES-ECB (PKCS#7 padding) keyed by
-// the first 8 characters of the hexadecimal MD5 of (time + configuration pass), in base64.
+// The configuration server's side: `plain` in DES-ECB (PKCS#7 padding) keyed by the first 8
+// characters of the hex MD5 of (time + configuration pass), in base64.
 inline std::string EncipherDeviceConfig(const std::string& time, const std::string& plain) {
-    using namespace qzdata_report_kelvo;
     crypto::CryptoLibrary& library = crypto::CryptoLibrary::Instance();
-    Md5Context md5;
+    qzdata_report_kelvo::Md5Context md5;
     md5.Start(time + deployment::kConfigPass);
     const std::string keyText = md5.HexDigest();
     crypto::DesBlock key;
-    for (size_t i = 0; i < 8; ++i) {
-        key[i] = static_cast<unsigned char>(keyText[i]);
-    }
+    std::copy(keyText.begin(), keyText.begin() + 8, key);
     crypto::DesKeySchedule schedule;
     library.DES_set_key_unchecked(&key, &schedule);
     std::string padded = plain;
-    const size_t pad = 8 - plain.size() % 8;
-    padded.append(pad, static_cast<char>(pad));
+    padded.append(8 - plain.size() % 8, static_cast<char>(8 - plain.size() % 8));
     std::string cipher(padded.size(), '\0');
     for (size_t at = 0; at < padded.size(); at += 8) {
         library.DES_ecb_encrypt(reinterpret_cast<const crypto::DesBlock*>(padded.data() + at),

@@ -68,7 +68,7 @@ int Burst(int threads, int events) {
         host.join();
     }
     const uint64_t sent = static_cast<uint64_t>(threads) * static_cast<uint64_t>(events);
-    // The bound: the design's pace of about 333 records a second, with half again for slack.
+    // The bound: the delivery pace of about 333 records a second, with half again for slack.
     const auto limit = std::chrono::milliseconds(sent * 3 * 3 / 2 + 60000);
     qzbench::WaitFor([&] { return collector.Records() >= sent; }, limit);
     const double seconds = std::chrono::duration<double>(Clock::now() - start).count();

@@ -24,7 +24,7 @@ set(_qz_host_variables
     QZ_COLLECTOR_HOST QZ_AUX_HOST1 QZ_AUX_HOST2 QZ_STRATEGY_HOST QZ_CONFIG_HOST QZ_AUX_HOST3)
 set(_qz_port_variables QZ_COLLECTOR_PORT QZ_STRATEGY_PORT QZ_CONFIG_PORT)
 set(_qz_pass_variables QZ_STRATEGY_PASS QZ_CONFIG_PASS QZ_REQUEST_SALT)
-# Each list with the number of entries the routing design holds.
+# Each list with the number of entries the routing holds.
 set(_qz_list_variables QZ_FALLBACK_ADDRESSES QZ_POST_FALLBACK_ADDRESSES QZ_SPARE_FALLBACK_ADDRESSES)
 set(_qz_list_sizes 6 8 4)
 

@@ -9,8 +9,8 @@ void* LazyLibrary::Symbol(const char* symbol) {
         std::lock_guard<std::mutex> guard(loadMutex);
         library = handle.load(std::memory_order_acquire);
         if (library == nullptr) {
-            // A missing library is asked for again at each new function, as the design's
-            // per-function binding does; an absent library costs one failed open per function.
+            // A missing library is asked for again at each new function, as a per-function
+            // binding does; an absent library costs one failed open per function.
             library = OpenLibrary(overridden ? overrideNames : names());
             handle.store(library, std::memory_order_release);
         }

@@ -52,7 +52,7 @@ class CThread {
     // 0 when no thread is attached.
     uint32_t threadId() const { return id; }
 
-    // Whether a thread is attached, finished or not (the handle of the design).
+    // Whether a thread is attached, finished or not (the thread handle).
     bool hasHandle() const { return state != nullptr; }
 
   private:

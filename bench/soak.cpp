@@ -73,6 +73,7 @@ int Burst(int threads, int events) {
     qzbench::WaitFor([&] { return collector.Records() >= sent; }, limit);
     const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
     const uint64_t received = collector.Records();
+    std::this_thread::sleep_for(std::chrono::seconds(1));  // the drained backlog is given back
     const long rssAfter = qzbench::RssAnonKiB();
     qr::Exit(true, 3000);
     const int filesAfter = OpenFiles();  // the library's sockets and files closed with Exit

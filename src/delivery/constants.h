@@ -29,6 +29,10 @@ inline constexpr double kMaxRecordAgeSeconds = 604800.0;
 // Bounds the time a shutdown can take.
 inline constexpr int32_t kDrainBudget = 20;
 
+// Records waiting in a sending queue that make a backlog: once such a backlog has drained, the
+// sending thread asks the allocator to give the freed memory back to the system.
+inline constexpr size_t kBacklogWorthReleasing = 1000;
+
 // Pause of the sending loop after each notification, so that a stream of records yields.
 inline constexpr uint32_t kLoopPauseMs = 1;
 

@@ -6,6 +6,7 @@
 #include "delivery/dispatch_table.h"
 #include "delivery/report_context.h"
 #include "port/env.h"
+#include "port/free_memory.h"
 #include "port/sleep_precision.h"
 
 namespace qzdata_report_kelvo {
@@ -74,6 +75,15 @@ void CReportConnect::Run() {
                 if (table != nullptr && !table->Repost(data->recordId, host, port, *data)) {
                     context->GetStats().AddDel();
                 }
+            }
+            data.reset();
+            // Once a backlog has drained, its memory is free but still resident in the host.
+            const size_t left = queue->Size();
+            if (left >= delivery::kBacklogWorthReleasing) {
+                backlogSeen = true;
+            } else if (left == 0 && backlogSeen) {
+                backlogSeen = false;
+                port::ReleaseFreeMemory();
             }
         }
         port::Sleep(delivery::kLoopPauseMs);

@@ -114,6 +114,7 @@ class CReportConnect : public CRunnable {
     CAddressList* fallbackList;
     CAddressList* postFallbackList;
     CReportContext* context;
+    bool backlogSeen = false;  // Run's thread; the queue held a backlog since it was last empty
 };
 
 }  // namespace qzdata_report_kelvo

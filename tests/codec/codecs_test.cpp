@@ -79,9 +79,8 @@ TEST(Base64Test, DecodesAndSkips) {
     const std::tuple<int32_t, int32_t, int32_t> sizes[] = {
         {-5, 0, 0}, {0, 0, 0},  {1, 0, 4},  {2, 1, 4},    {3, 2, 4},    {4, 3, 8},   {5, 3, 8},
         {6, 4, 8},  {7, 5, 12}, {8, 6, 12}, {16, 12, 24}, {17, 12, 24}, {32, 24, 44}};
-    for (const auto& [n, decoded, encoded] : sizes) {
+    for (const auto& [n, decoded, encoded] : sizes)
         EXPECT_TRUE(Base64DecodedSize(n) == decoded && Base64EncodedSize(n) == encoded) << n;
-    }
 }
 
 // A malformed length field, or cipher text of the wrong size for it, gives the empty result.
@@ -130,11 +129,10 @@ TEST(MissingCryptoLibraryTest, NeutralResultsAndDesPaddingRule) {
 
 // In one process with the test above, this also shows the real library bound again after it.
 TEST(CipherVectorsTest, AesInHexAndBase64AndDes) {
-    if (crypto::CryptoLibrary::Instance().EVP_md5() == nullptr) {
+    if (crypto::CryptoLibrary::Instance().EVP_md5() == nullptr)
         GTEST_SKIP() << "libcrypto cannot be loaded";
-    }
-    const std::vector<std::string> aes = ReadFields("aes_vectors.txt");
-    const std::vector<std::string> des = ReadFields("des_vectors.txt");
+    const std::vector<std::string> aes = ReadFields("aes_vectors.txt"),
+                                   des = ReadFields("des_vectors.txt");
     ASSERT_EQ(aes.size() + des.size(), 5u * 5 + 6u * 4);
     for (const std::string* v = aes.data(); v < aes.data() + aes.size(); v += 5) {
         // Name, pass string, plain text in hex, blob with hex text, blob with base64 text.

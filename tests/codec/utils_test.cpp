@@ -80,13 +80,11 @@ TEST(EnsureDirectoryTest, CreatesLevelsAndRefusesFiles) {
     char pattern[] = "/tmp/qz_codec_dirs_XXXXXX";
     ASSERT_NE(mkdtemp(pattern), nullptr);
     const std::string root = pattern;
-    for (const char* path : {"/a/b/c", "/a/b/c", "/a/b/d", "/x/y/", "/p//", "/"}) {
+    for (const char* path : {"/a/b/c", "/a/b/c", "/a/b/d", "/x/y/", "/p//", "/"})
         EXPECT_TRUE(EnsureDirectory(root + path) && fs::is_directory(root + path)) << path;
-    }
     std::ofstream(root + "/file") << "x";
-    for (const char* path : {"/file", "/file/sub", "/file/sub/deeper/", ""}) {
+    for (const char* path : {"/file", "/file/sub", "/file/sub/deeper/", ""})
         EXPECT_FALSE(EnsureDirectory(path[0] ? root + path : path)) << path;
-    }
     // Relative paths, which have no separator at their top level.
     const fs::path previous = fs::current_path();
     fs::current_path(root);

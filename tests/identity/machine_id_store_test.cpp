@@ -97,10 +97,8 @@ TEST_F(UserStoreTest, MachineIdPrecedenceAndRepair) {
 
 TEST_F(UserStoreTest, FilesArePrivateAndWrittenWhole) {
     ObtainStoredMachineId([] { return std::string("d"); });
-    for (const char* folder :
-         {"", "software", "software/norvik", "software/norvik/qzdata_report"}) {
+    for (const char* folder : {"", "software", "software/norvik", "software/norvik/qzdata_report"})
         EXPECT_EQ(fs::status(Path(folder)).permissions(), fs::perms::owner_all) << folder;
-    }
     EXPECT_EQ(fs::status(Path(kOld)).permissions(), fs::perms::owner_read | fs::perms::owner_write);
     const fs::directory_iterator entries(Path("software/norvik/qzdata_report"));
     EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
@@ -115,9 +113,8 @@ TEST_F(UserStoreTest, FilesArePrivateAndWrittenWhole) {
     std::ofstream(home + "/file") << "x";
     setenv("XDG_CONFIG_HOME", (home + "/file").c_str(), 1);
     int derivations = 0;
-    for (int run = 0; run < 2; ++run) {
+    for (int run = 0; run < 2; ++run)
         EXPECT_EQ(ObtainStoredMachineId([&] { return ++derivations, std::string("f"); }), "f");
-    }
     EXPECT_EQ(derivations, 2);
 }
 
@@ -182,9 +179,9 @@ TEST_F(UserStoreTest, TwoRunsOnThisMachineReportTheSameIds) {
         std::ofstream(out) << machineId << ' ' << hardwareId << ' ' << ms;
         return;
     }
-    std::vector<std::string> runs;
-    for (int run = 0; run < 2; ++run) {
-        const std::string out = home + "/ids" + std::to_string(run);
+    std::string runs[2];
+    for (std::string& ids : runs) {
+        const std::string out = home + "/ids" + std::to_string(&ids - runs);
         const std::string command = "QZ_TEST_IDS_HOME=" + home + " QZ_TEST_IDS_OUT=" + out +
                                     " /proc/" + std::to_string(getpid()) +
                                     "/exe --gtest_filter=UserStoreTest.TwoRuns* >/dev/null";
@@ -192,10 +189,9 @@ TEST_F(UserStoreTest, TwoRunsOnThisMachineReportTheSameIds) {
         std::string machineId, hardwareId;
         long milliseconds = -1;
         std::ifstream(out) >> machineId >> hardwareId >> milliseconds;
-        EXPECT_TRUE(std::regex_match(machineId + hardwareId, std::regex("[0-9a-f]{64}")))
-            << machineId << " " << hardwareId;
+        ids = machineId + hardwareId;
+        EXPECT_TRUE(std::regex_match(ids, std::regex("[0-9a-f]{64}"))) << ids;
         EXPECT_TRUE(milliseconds >= 0 && milliseconds < 4000) << milliseconds;
-        runs.push_back(machineId + hardwareId);
     }
     EXPECT_EQ(runs[0], runs[1]);
     EXPECT_TRUE(Read(kOld) == Z(runs[0].substr(0, 32)) && Read(kHardware) == Z(runs[0].substr(32)));

@@ -115,24 +115,22 @@ TEST_F(HttpClientTest, KeptConnectionReusedUnderTheLimitReopenedAtIt) {
     }
 }
 
-using LookupTest = HttpClientTest;
-
 // Look-ups through a resolver that answers once its gate opens (shared: it outlives any abandoned
 // thread), by a client with look-up threads and by the fixture's blocking one. Threads first;
 // direct once a thread finished in time; threads again after a slow direct look-up; a blocking
 // client stays direct. An overrun gives 5, and later connects wait for that thread; a thread that
 // finds nothing gives 4 and switches to direct look-ups.
-TEST_F(LookupTest, ModesAndOutcomes) {
+TEST_F(HttpClientTest, LookupModesAndOutcomes) {
     struct Gate {
         std::atomic<Clock::time_point> opensAt{Clock::time_point()};
         std::atomic<bool> fail{false};
         std::atomic<int> calls{0};
     };
     const auto gate = std::make_shared<Gate>();
-    const auto threaded = std::make_unique<CHttpClient>(false);
+    CHttpClient threaded(false);
     Serve(HttpTestServer::RespondToEach(kOk));
-    Aim(*threaded, server->port(), kTimeoutMs);
-    for (CHttpClient* each : {threaded.get(), &client}) {
+    Aim(threaded, server->port(), kTimeoutMs);
+    for (CHttpClient* each : {&threaded, &client}) {
         each->SetResolverForTesting(
             [gate](const std::string& host, const std::string& service, port::AddrInfo** list) {
                 gate->calls.fetch_add(1);
@@ -140,33 +138,31 @@ TEST_F(LookupTest, ModesAndOutcomes) {
                 return gate->fail ? -2 : port::GetAddrInfo(host, service, list);
             });
     }
-    const auto openIn = [&](int ms) {
-        gate->opensAt = Clock::now() + std::chrono::milliseconds(ms);
-    };
-    EXPECT_FALSE(threaded->IsDirectLookupForTesting());
-    for (int slowMs : {0, static_cast<int>(kTimeoutMs) + 50}) {
-        openIn(slowMs);
-        ASSERT_EQ(Reply(*threaded).code, 0);
-        EXPECT_EQ(threaded->IsDirectLookupForTesting(), slowMs == 0) << slowMs;
+    EXPECT_FALSE(threaded.IsDirectLookupForTesting());
+    const int slow = kTimeoutMs + 50;
+    // Client, the resolver's delay, whether it fails, the time-out; code, direct look-ups after.
+    const std::tuple<CHttpClient*, int, bool, uint32_t, int, bool> steps[] = {
+        {&threaded, 0, false, kTimeoutMs, 0, true},
+        {&threaded, slow, false, kTimeoutMs, 0, false},
+        {&client, slow, false, kTimeoutMs, 0, true},
+        {&threaded, 60000, false, kTimeoutMs, net::kResultLookupTimedOut, false},
+        {&threaded, 60000, false, kTimeoutMs, net::kResultLookupTimedOut, false},
+        {&threaded, 50, false, 3000, 0, false},  // the thread above ends during this time-out
+        {&threaded, 0, true, 3000, net::kResultLookupEmpty, true},
+        {&threaded, 0, true, 3000, net::kResultResolveFailed, true}};
+    for (const auto& [each, delayMs, fail, timeoutMs, code, direct] : steps) {
+        SCOPED_TRACE(testing::Message() << "delay " << delayMs << ", code " << code);
+        gate->opensAt = Clock::now() + std::chrono::milliseconds(delayMs);
+        gate->fail = fail;
+        each->SetTimeout(timeoutMs);
+        const auto start = Clock::now();
+        EXPECT_EQ(Reply(*each).code, code);
+        EXPECT_EQ(each->IsDirectLookupForTesting(), direct);
+        const long ms = ElapsedMs(start), limit = kTimeoutMs;
+        EXPECT_TRUE(code != net::kResultLookupTimedOut || (ms >= limit - 10 && ms < limit + 1000))
+            << ms;
     }
-    openIn(kTimeoutMs + 50);
-    ASSERT_EQ(Reply(client).code, 0);
-    EXPECT_TRUE(client.IsDirectLookupForTesting());
-    openIn(60000);
-    const auto start = Clock::now();
-    EXPECT_EQ(Reply(*threaded).code, net::kResultLookupTimedOut);
-    const long ms = ElapsedMs(start), limit = kTimeoutMs;
-    EXPECT_TRUE(ms >= limit - 10 && ms < limit + 1000) << ms;
-    EXPECT_EQ(Reply(*threaded).code, net::kResultLookupTimedOut);
-    openIn(50);  // during the next request's longer time-out
-    threaded->SetTimeout(3000);
-    EXPECT_EQ(Reply(*threaded).code, 0);
-    EXPECT_EQ(gate->calls.load(), 4);  // the three look-ups above and one thread since
-    EXPECT_FALSE(threaded->IsDirectLookupForTesting());
-    gate->fail = true;
-    EXPECT_EQ(Reply(*threaded).code, net::kResultLookupEmpty);
-    EXPECT_TRUE(threaded->IsDirectLookupForTesting());
-    EXPECT_EQ(Reply(*threaded).code, net::kResultResolveFailed);
+    EXPECT_EQ(gate->calls.load(), 6);  // one thread served both overruns and the request after
 }
 
 }  // namespace

@@ -25,10 +25,9 @@ struct ReportThreadTest : ::testing::Test {
         impl.SetRecordObserver([this](const BuiltRecord& record) { Keep(record); });
     }
     void Keep(const BuiltRecord& record) {
-        const std::string& query = record.signedQuery;
-        const size_t eid = query.find("eid%3D") + 6;
+        const size_t eid = record.signedQuery.find("eid%3D") + 6;
         std::lock_guard<std::mutex> guard(mutex);
-        eids.push_back(query.substr(eid, query.find('%', eid) - eid));
+        eids.push_back(record.signedQuery.substr(eid, record.signedQuery.find('%', eid) - eid));
     }
     std::vector<std::string> Eids() {
         std::lock_guard<std::mutex> guard(mutex);
@@ -83,17 +82,9 @@ TEST_F(ReportThreadTest, AnIdleWorkerStandsStillUntilTheNextPost) {
     Enqueue("second");
     ASSERT_TRUE(qz_test::WaitUntil([&] { return Eids().size() == 2; }));
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
-    impl.Stop(5000);
+    impl.Stop(5000);  // an idle worker must be woken to see the stop
     EXPECT_FALSE(impl.IsRunning());
 }
-
-struct Gate {
-    CEvent entered, release;
-    static void Hold(void* gate) {
-        static_cast<Gate*>(gate)->entered.Set();
-        static_cast<Gate*>(gate)->release.Wait(kInfinite);
-    }
-};
 
 // Once Stop has given up on the worker, nothing more starts: no delivery, no strategy fetch.
 TEST_F(ReportThreadTest, StopWithZeroTimeoutAbandonsABusyWorkerAndLosesTheQueue) {
@@ -103,10 +94,15 @@ TEST_F(ReportThreadTest, StopWithZeroTimeoutAbandonsABusyWorkerAndLosesTheQueue)
     routing.hosts.collectorHost = routing.hosts.strategyHost = "127.0.0.1";
     routing.hosts.collectorPort = routing.hosts.strategyPort = server.port();
     impl.GetReportContext()->GetStrategy().SetRoutingForTesting(routing);
-    Gate gate;
-    impl.AddStartupCall(&Gate::Hold, &gate);
+    std::pair<CEvent, CEvent> gate;  // entered, released
+    impl.AddStartupCall(
+        [](void* events) {
+            static_cast<std::pair<CEvent, CEvent>*>(events)->first.Set();
+            static_cast<std::pair<CEvent, CEvent>*>(events)->second.Wait(kInfinite);
+        },
+        &gate);
     Run();
-    ASSERT_TRUE(gate.entered.Wait(5000));
+    ASSERT_TRUE(gate.first.Wait(5000));
     Enqueue("lost");
 
     const auto start = std::chrono::steady_clock::now();
@@ -114,7 +110,7 @@ TEST_F(ReportThreadTest, StopWithZeroTimeoutAbandonsABusyWorkerAndLosesTheQueue)
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1000));
     EXPECT_TRUE(impl.IsRunning());
 
-    gate.release.Set();
+    gate.second.Set();
     EXPECT_TRUE(qz_test::WaitUntil([&] { return !impl.IsRunning(); }));
     EXPECT_TRUE(Eids().empty());
     EXPECT_FALSE(impl.GetDispatchTable()->IsRunning());
@@ -122,27 +118,10 @@ TEST_F(ReportThreadTest, StopWithZeroTimeoutAbandonsABusyWorkerAndLosesTheQueue)
     EXPECT_FALSE(qz_test::WaitUntil([&] { return server.ConnectionCount() != 0; }, 300));
 }
 
-// A step that throws (memory ran out) drops the post in hand, counts it, and the worker goes on.
-TEST_F(ReportThreadTest, AFailedStepDropsOnePostAndTheWorkerGoesOn) {
-    std::atomic<int> calls{0};
-    impl.SetRecordObserver([&](const BuiltRecord& record) {
-        if (calls++ == 0)
-            throw std::bad_alloc();
-        Keep(record);
-    });
-    Enqueue({{{"eid", "lost"}}, {{"eid", "lost-too"}}});
-    Enqueue("next");
-    Run();
-    ASSERT_TRUE(qz_test::WaitUntil([&] { return Eids().size() == 1; }));
-    EXPECT_EQ((Strings{"next"}), Eids());
-    EXPECT_TRUE(impl.IsRunning());
-    impl.Stop(5000);
-    EXPECT_EQ(2u, impl.GetReportContext()->GetStats().Peek().unreported);
-}
-
 // Start-up calls run in order before any drain; a silent worker drops every hand-over; a failed
 // record is skipped, the rest of its post goes on; sent single-record posts are kept as they were.
-TEST_F(ReportThreadTest, StartupSilenceSkippedRecordsAndSparePosts) {
+// A step that throws (memory ran out) drops the post in hand, counts it, and the worker goes on.
+TEST_F(ReportThreadTest, StartupSilenceSkippedRecordsFailedStepsAndSparePosts) {
     // Start-up calls write into the built records' list: they run on the worker before it.
     const auto startup = [](void* list) { static_cast<Strings*>(list)->push_back("startup"); };
     impl.AddStartupCall(startup, &eids);
@@ -155,10 +134,19 @@ TEST_F(ReportThreadTest, StartupSilenceSkippedRecordsAndSparePosts) {
     impl.SetSilent(false);
     EXPECT_TRUE(impl.TakeSparePost().records.empty());
     Enqueue("one");
+    Enqueue({{{"eid", "throw"}}, {{"eid", "lost"}}});
     Enqueue({{{"eid", "a"}}, {{"eid", "b"}, {"eid_desc", ""}}, {{"eid", "c"}}});
+    impl.SetRecordObserver([&](const BuiltRecord& record) {
+        if (record.signedQuery.find("eid%3Dthrow") != std::string::npos)
+            throw std::bad_alloc();
+        Keep(record);
+    });
     Run();
+    ASSERT_TRUE(qz_test::WaitUntil([&] { return Eids().size() == 5; }));
+    EXPECT_TRUE(impl.IsRunning());
     impl.Stop(5000);
     EXPECT_EQ((Strings{"startup", "startup", "one", "a", "c"}), Eids());
+    EXPECT_EQ(2u, impl.GetReportContext()->GetStats().Peek().unreported);
     EXPECT_EQ((std::vector<ReportRecord>{{{"eid", "one"}}}), impl.TakeSparePost().records);
     EXPECT_TRUE(impl.TakeSparePost().records.empty());
 }

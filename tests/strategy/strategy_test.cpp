@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <iterator>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -30,17 +29,15 @@ Snapshot Take(CStrategy& s) {
                            s.GetStoredFields());
 }
 
-// A strategy whose fetches play blobs of the data folder on its thread; records the limits pushed.
+// A strategy whose fetches play "<name>.blob" of the data folder (empty when there is none) as a
+// reply that came with `ok`, on its thread; records the limits pushed.
 struct Harness : KeepAliveSink {
     Harness() { strategy.SetKeepAliveSink(this); }
     void SetKeepAliveLimit(uint32_t milliseconds) override { pushed.push_back(milliseconds); }
-    // Plays "<name>.blob" (empty when there is none) as a reply that came with `ok`.
     void Answer(const std::string& name, bool ok = true) {
-        strategy.SetFetchFunction(
-            [name, ok](const std::string&, uint16_t, const std::string&, std::string& out) {
-                out = ReadStrategyData(name + ".blob");
-                return ok;
-            });
+        strategy.SetFetchFunction([name, ok](auto&, uint16_t, auto&, std::string& out) {
+            return out = ReadStrategyData(name + ".blob"), ok;
+        });
         strategy.StartFetch(&stopOldSdk);
         strategy.Join();
     }
@@ -50,34 +47,24 @@ struct Harness : KeepAliveSink {
     CStrategy strategy;
 };
 
-// What make_blobs.sh writes into "good" (empty spare entry dropped); 0: the all-zero blob.
-Snapshot Applied(uint32_t keepAliveLimit) {
-    // clang-format off
-    const Snapshot good{qz_test::kGoodFallback, {"10.2.2.1", "10.2.2.2"}, {}, {}, {"10.3.3.1"},
-        keepAliveLimit, {{"actone", "acttwo"}, {"alpha"}, {{"key", 7}, {"neg", -12}},
-        {{"k1", 12}, {"k2", -5}}, 250, 7, 4096, {"set3"}, {"set4"}, {}, {"set6"}}};
-    // clang-format on
-    return keepAliveLimit == 0 ? Snapshot{} : good;
-}
-
 TEST_F(StrategyBlobTest, DecodeGivesWhatOpensslEncipheredAndRefusesBadOuterLayers) {
-    const std::string names[] = {"good",        "all_zero",  "exact_blocks", "short",  // decoded
-                                 "zero_length", "hex_short", "hex_long",     "length_letter"};
-    for (size_t i = 0; i < std::size(names); ++i) {
+    int i = 0;
+    for (const std::string name : {"good", "all_zero", "exact_blocks", "short",  // decoded
+                                   "zero_length", "hex_short", "hex_long", "length_letter"}) {
         std::string plain = "stale";
-        EXPECT_EQ(CStrategy::DecodeStrategyBlob(ReadStrategyData(names[i] + ".blob"), plain),
-                  i < 4);
-        EXPECT_EQ(plain, i < 4 ? ReadStrategyData(names[i] + ".plain") : "") << names[i];
+        const bool decoded = i++ < 4;
+        EXPECT_EQ(CStrategy::DecodeStrategyBlob(ReadStrategyData(name + ".blob"), plain), decoded);
+        EXPECT_EQ(plain, decoded ? ReadStrategyData(name + ".plain") : "") << name;
     }
 }
 
 // The scan of the length prefix stops at a NUL byte; such a prefix is refused, not read with the
 // NUL (or a byte behind it) as a digit that happens to give a length that fits.
 TEST(StrategyDecodeTest, ALengthPrefixWithANulByteIsRefused) {
-    for (const std::string& prefix :
-         {std::string("0000006\0", 8), std::string("000006\0\xC0", 8)}) {
+    for (const char* prefix : {"0000006\0", "000006\0\xC0"}) {
         std::string plain = "stale";
-        EXPECT_FALSE(CStrategy::DecodeStrategyBlob(prefix + std::string(32, 'a'), plain));
+        EXPECT_FALSE(
+            CStrategy::DecodeStrategyBlob(std::string(prefix, 8) + std::string(32, 'a'), plain));
         EXPECT_EQ(plain, "");
     }
 }
@@ -91,19 +78,24 @@ TEST_F(StrategyBlobTest, AppliedBlobsReplaceEverythingAndSetTheSwitchOnlyWhenItR
              {"no_switch", false, false, 31000}, {"no_switch", true, true, 31000},
              {"switch_plus", false, false, 32000}, {"switch_plus", true, true, 32000},
              {"all_zero", true, false, 0}}) {
+        // What make_blobs.sh writes into "good" (empty spare entry dropped); 0: all-zero blob.
+        const Snapshot applied{qz_test::kGoodFallback, {"10.2.2.1", "10.2.2.2"}, {}, {},
+            {"10.3.3.1"}, limit, {{"actone", "acttwo"}, {"alpha"}, {{"key", 7}, {"neg", -12}},
+            {{"k1", 12}, {"k2", -5}}, 250, 7, 4096, {"set3"}, {"set4"}, {}, {"set6"}}};
         // clang-format on
         SCOPED_TRACE(name + (before ? " on" : " off"));
         Harness h;
         h.stopOldSdk = before;
         h.Answer(name);
         EXPECT_EQ(h.stopOldSdk.load(), after);
-        EXPECT_TRUE(Take(h.strategy) == Applied(limit));
+        EXPECT_TRUE(Take(h.strategy) == (limit == 0 ? Snapshot{} : applied));
         EXPECT_EQ(h.pushed, std::vector<uint32_t>{limit});
     }
 }
 
-// Every refused blob ends with switch 1, so that a blob applied in part would show.
-TEST_F(StrategyBlobTest, RefusedBlobsChangeNothing) {
+// Every refused blob ends with switch 1, so that a blob applied in part would show. A failed,
+// empty or repeated reply changes nothing either; a new blob with the same limit pushes none.
+TEST_F(StrategyBlobTest, RefusedFailedAndRepeatedRepliesChangeNothing) {
     for (const char* name :
          {"zero_length", "hex_short", "hex_long", "length_letter", "entry16", "number_letter",
           "number_blank", "count_letter", "map_blank", "short"}) {
@@ -117,10 +109,6 @@ TEST_F(StrategyBlobTest, RefusedBlobsChangeNothing) {
             h.Answer("switch_zero");
         }
     }
-}
-
-// A failed, empty or repeated reply changes nothing; a new blob with the same limit pushes none.
-TEST_F(StrategyBlobTest, OnlyANewSuccessfulReplyIsParsed) {
     Harness h;
     const Snapshot defaults = Take(h.strategy);
     h.Answer("good", false);
@@ -138,13 +126,11 @@ TEST_F(StrategyBlobTest, OnlyANewSuccessfulReplyIsParsed) {
 TEST_F(StrategyBlobTest, StartFetchWhileAFetchRunsDoesNothing) {
     CStrategy strategy;
     CEvent entered, release;
-    strategy.SetFetchFunction(
-        [&](const std::string&, uint16_t, const std::string&, std::string& out) {
-            entered.Set();
-            release.Wait(kInfinite);
-            out = ReadStrategyData("good.blob");
-            return true;
-        });
+    strategy.SetFetchFunction([&](auto&, uint16_t, auto&, std::string& out) {
+        entered.Set();
+        release.Wait(kInfinite);
+        return out = ReadStrategyData("good.blob"), true;
+    });
     std::atomic<bool> first{false}, second{false};
     strategy.StartFetch(&first);
     const bool running = entered.Wait(5000);
@@ -177,12 +163,11 @@ TEST(CAddressListTest, PickIsTheTickCountModuloTheSize) {
     } env;
     port::Env::Install(&env);
     CAddressList list;
-    std::string address = "stale";
-    list.PickRandom(address);
-    EXPECT_EQ(address, "");  // empty list
-    list.Assign({"a", "b", "c"});
-    for (const auto& [tick, expected] :
-         std::vector<std::pair<uint32_t, std::string>>{{0, "a"}, {5, "c"}, {4294967295u, "a"}}) {
+    for (const auto& [addresses, tick, expected] :
+         std::vector<std::tuple<Strings, uint32_t, std::string>>{
+             {{}, 0, ""}, {{"a", "b", "c"}, 5, "c"}, {{"a", "b", "c"}, 4294967295u, "a"}}) {
+        list.Assign(addresses);
+        std::string address = "stale";
         env.tick = tick;
         list.PickRandom(address);
         EXPECT_EQ(address, expected) << tick;

@@ -211,6 +211,7 @@ void ReportThreadImpl::Push(ReportPost&& post) {
     }
     // Only the post that ends an idle wait pays for the signal.
     if (wake) {
+        wakes.fetch_add(1, std::memory_order_relaxed);
         wakeEvent.Set();
     }
 }
@@ -232,6 +233,7 @@ void ReportThreadImpl::WaitForWork() {
     wakeEvent.Wait(kInfinite);
     CScopedLock lock(postQueueLock);
     workerIdle = false;
+    emptyTurns = 0;  // woken by a post: the turns after it count afresh
 }
 
 void ReportThreadImpl::Stop(unsigned long timeoutMs) {

@@ -122,6 +122,8 @@ class ReportThreadImpl {
     bool IsRunning() const { return thread.isRunning(); }
     // Turns the worker has made since it was resumed; an idle worker makes none.
     uint64_t TurnsForTesting() const { return turns.load(std::memory_order_relaxed); }
+    // Posts that had to wake a waiting worker.
+    uint64_t WakesForTesting() const { return wakes.load(std::memory_order_relaxed); }
 
   private:
     struct StartupCall {
@@ -188,6 +190,7 @@ class ReportThreadImpl {
     bool workerIdle = false;
     uint32_t emptyTurns = 0;  // worker; turns in a row that found nothing queued
     std::atomic<uint64_t> turns{0};
+    std::atomic<uint64_t> wakes{0};
     std::atomic<bool> resumed{false};
     std::atomic<bool> abandoned{false};
     CCriticalSection lifecycleLock;

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <new>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -82,6 +83,13 @@ TEST_F(ReportThreadTest, AnIdleWorkerStandsStillUntilTheNextPost) {
     Enqueue("second");
     ASSERT_TRUE(qz_test::WaitUntil([&] { return Eids().size() == 2; }));
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
+    // A host that reports every few milliseconds finds the worker turning, not waiting.
+    const uint64_t wakes = impl.WakesForTesting();
+    for (int i = 0; i < 20; ++i) {
+        Enqueue("steady");
+        std::this_thread::sleep_for(std::chrono::milliseconds(3));
+    }
+    EXPECT_LE(impl.WakesForTesting() - wakes, 3u);
     impl.Stop(5000);  // an idle worker must be woken to see the stop
     EXPECT_FALSE(impl.IsRunning());
 }

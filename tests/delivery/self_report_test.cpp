@@ -223,7 +223,6 @@ TEST_F(SelfReportTest, WithoutAnOpenConfigurationNothingIsReported) {
         const auto stopping = std::chrono::steady_clock::now();
         context->GetUploadLog().Stop();
         EXPECT_LT(std::chrono::steady_clock::now() - stopping, std::chrono::milliseconds(800));
-        context.reset();
     }
 }
 

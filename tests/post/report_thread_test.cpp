@@ -131,10 +131,14 @@ TEST_F(ReportThreadTest, StopWithZeroTimeoutAbandonsABusyWorkerAndLosesTheQueue)
 // A step that throws (memory ran out) drops the post in hand, counts it, and the worker goes on.
 TEST_F(ReportThreadTest, StartupSilenceSkippedRecordsFailedStepsAndSparePosts) {
     // Start-up calls write into the built records' list: they run on the worker before it.
-    const auto startup = [](void* list) { static_cast<Strings*>(list)->push_back("startup"); };
-    impl.AddStartupCall(startup, &eids);
+    const auto startup = [](void* test) {
+        ReportThreadTest& self = *static_cast<ReportThreadTest*>(test);
+        std::lock_guard<std::mutex> guard(self.mutex);
+        self.eids.push_back("startup");
+    };
+    impl.AddStartupCall(startup, this);
     impl.AddStartupCall(nullptr, nullptr);
-    impl.AddStartupCall(startup, &eids);
+    impl.AddStartupCall(startup, this);
     impl.SetSilent(true);
     Enqueue("dropped");
     impl.EnqueuePost({L"u", {{{"eid", "moved"}}}});

@@ -1,11 +1,16 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that building, testing and running the examples need, when they
 # are missing. Idempotent; needs root (or sudo) only when something is missing.
+#   --windows  also what the Windows build needs: the MinGW-w64 cross compilers, Wine to run
+#              its tests, googletest's sources and dpkg-dev to unpack Debian source packages.
 set -euo pipefail
 
 packages=(build-essential cmake pkg-config libjsoncpp-dev libgtest-dev libgmock-dev
           libbenchmark-dev libssl-dev openssl python3-cryptography clang-14 libclang-rt-14-dev
           chromium)
+if [ "${1:-}" = "--windows" ]; then
+  packages+=(mingw-w64 wine wine64 googletest dpkg-dev ca-certificates)
+fi
 
 missing=()
 for package in "${packages[@]}"; do

@@ -21,7 +21,7 @@ std::string FormatPort(uint16_t port) {
 
 template <class Transport>
 BasicHttpClient<Transport>::BasicHttpClient(bool blockingLookup)
-    : blockingLookup(blockingLookup), directLookup(blockingLookup), resolver(port::GetAddrInfo) {}
+    : blockingLookup(blockingLookup), directLookup(blockingLookup), resolver(port::ResolveStream) {}
 
 template <class Transport>
 BasicHttpClient<Transport>::~BasicHttpClient() {
@@ -220,7 +220,7 @@ int BasicHttpClient<Transport>::ResolveDirectly() {
         directLookup = false;
     }
     if (rc != 0 || list == nullptr) {
-        port::FreeAddrInfo(list);
+        port::FreeResolved(list);
         return net::kResultResolveFailed;
     }
     holder->Store(list);

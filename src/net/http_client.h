@@ -80,7 +80,7 @@ class BasicHttpClient {
     int GetLastError() const { return lastError; }
     bool IsConnected() const { return socket != port::kInvalidSocket; }
 
-    // Tests only: the resolver used from the next look-up on (the default is port::GetAddrInfo).
+    // Tests only: the resolver used from the next look-up on (the default is port::ResolveStream).
     void SetResolverForTesting(net::Resolver resolver);
     // Tests only: the current look-up mode, and a watch on the address holder (expires when the
     // client and every look-up thread it started have let go of it).

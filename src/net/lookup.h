@@ -16,7 +16,7 @@
 namespace qzdata_report_kelvo {
 namespace net {
 
-// Resolver of a client, with the contract of port::GetAddrInfo. Called on look-up threads as
+// Resolver of a client, with the contract of port::ResolveStream. Called on look-up threads as
 // well as on the client's thread; what it captures must outlive any thread it was given to.
 using Resolver =
     std::function<int(const std::string& host, const std::string& service, port::AddrInfo** list)>;
@@ -44,7 +44,7 @@ class BasicAddrInfoHolder {
     }
     // Frees the current list, if any.
     void Clear() {
-        port::FreeAddrInfo(head);
+        port::FreeResolved(head);
         head = nullptr;
     }
     // Head of the list, or null; owned by the holder.
@@ -76,7 +76,7 @@ unsigned DnsThreadProc(void* argument) {
         if (rc == 0 && list != nullptr) {
             data->holder->Store(list);
         } else if (list != nullptr) {
-            port::FreeAddrInfo(list);
+            port::FreeResolved(list);
         }
     }
     return 0;

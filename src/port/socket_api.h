@@ -13,8 +13,8 @@ namespace port {
 using SocketHandle = intptr_t;
 inline constexpr SocketHandle kInvalidSocket = -1;
 
-// One node of a resolver list (the platform's addrinfo). Lists come from GetAddrInfo and are
-// given back with FreeAddrInfo.
+// One node of a resolver list (the platform's addrinfo). Lists come from ResolveStream and are
+// given back with FreeResolved.
 struct AddrInfo;
 
 // Starts and stops the socket layer; 0 on success. On POSIX there is nothing to start.
@@ -25,8 +25,8 @@ void SocketCleanup();
 // 0, unspecified family, stream socket, TCP). Returns 0 with the list in `*list`, or a
 // resolver error; a failing call may still leave a list, which the caller must free. Blocks for
 // as long as the resolver takes. Any thread.
-int GetAddrInfo(const std::string& host, const std::string& service, AddrInfo** list);
-void FreeAddrInfo(AddrInfo* list);
+int ResolveStream(const std::string& host, const std::string& service, AddrInfo** list);
+void FreeResolved(AddrInfo* list);
 
 // A socket of the entry's family, type and protocol; kInvalidSocket on failure. The descriptor
 // is not inherited by child processes.

@@ -72,7 +72,7 @@ int SocketStartup(uint16_t /*version*/) {
 
 void SocketCleanup() {}
 
-int GetAddrInfo(const std::string& host, const std::string& service, AddrInfo** list) {
+int ResolveStream(const std::string& host, const std::string& service, AddrInfo** list) {
     addrinfo hints{};
     hints.ai_flags = 0;
     hints.ai_family = AF_UNSPEC;
@@ -84,7 +84,7 @@ int GetAddrInfo(const std::string& host, const std::string& service, AddrInfo** 
     return rc;
 }
 
-void FreeAddrInfo(AddrInfo* list) {
+void FreeResolved(AddrInfo* list) {
     if (list != nullptr) {
         freeaddrinfo(Native(list));
     }

@@ -55,7 +55,7 @@ TEST_F(HttpClientTest, FailuresBeforeAnyContactAndWhileConnectingOrSending) {
     for (int mode : {0, 1, 2}) {
         client.SetResolverForTesting(
             [mode](const std::string& host, const std::string& service, port::AddrInfo** list) {
-                if (mode != 1 && port::GetAddrInfo(host, service, list) == 0 && mode == 2) {
+                if (mode != 1 && port::ResolveStream(host, service, list) == 0 && mode == 2) {
                     reinterpret_cast<addrinfo*>(*list)->ai_protocol = IPPROTO_UDP;
                 }
                 return mode == 0 ? -2 : 0;
@@ -70,7 +70,7 @@ TEST_F(HttpClientTest, FailuresBeforeAnyContactAndWhileConnectingOrSending) {
 
     // TCP to the loopback broadcast address is refused at once; a listener that never accepts
     // leaves new connections unanswered once its queue is full.
-    client.SetResolverForTesting(port::GetAddrInfo);
+    client.SetResolverForTesting(port::ResolveStream);
     Aim(client, 80, kTimeoutMs);
     client.SetHost("127.255.255.255");
     EXPECT_EQ(Reply(client).code, net::kResultConnectFailed);
@@ -135,7 +135,7 @@ TEST_F(HttpClientTest, LookupModesAndOutcomes) {
             [gate](const std::string& host, const std::string& service, port::AddrInfo** list) {
                 gate->calls.fetch_add(1);
                 WaitUntil([&] { return Clock::now() >= gate->opensAt.load(); }, 60000);
-                return gate->fail ? -2 : port::GetAddrInfo(host, service, list);
+                return gate->fail ? -2 : port::ResolveStream(host, service, list);
             });
     }
     EXPECT_FALSE(threaded.IsDirectLookupForTesting());

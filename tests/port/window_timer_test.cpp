@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "runtime/event.h"
+#include "support/message_thread.h"
 #include "support/wait.h"
 
 namespace qzdata_report_kelvo {
@@ -32,15 +33,19 @@ struct Log {
     std::set<std::thread::id> threads;
 };
 
-// On one thread of the timers' own, so one at a time; earliest due first; a callback that
-// throws stops neither its timer nor the others.
+// On one thread, not the test's (the timers' own, or the message thread that set them), so one
+// at a time; earliest due first; a callback that throws stops neither its timer nor the others.
+// The periods are 10 ms or more apart: window timers round shorter ones up to 10 ms.
 TEST(WindowTimersTest, CallbacksRunOneAtATimeOnOneThreadInDueOrder) {
     Log log;
+    qz_test::MessageThread host;
     WindowTimers timers;
     EXPECT_EQ(timers.SetTimer(nullptr, 10, nullptr, nullptr), 0u);  // no callback: refused
-    timers.SetTimer(nullptr, 35, &Log::Fire<0>, &log);
-    timers.SetTimer(nullptr, 10, &Log::Fire<1>, &log);
-    timers.SetTimer(nullptr, 5, &Log::Fire<2>, &log);
+    host.Run([&] {
+        timers.SetTimer(nullptr, 100, &Log::Fire<0>, &log);
+        timers.SetTimer(nullptr, 45, &Log::Fire<1>, &log);
+        timers.SetTimer(nullptr, 30, &Log::Fire<2>, &log);
+    });
     ASSERT_TRUE(qz_test::WaitUntil([&] { return log.calls[0] >= 2 && log.calls[2] >= 2; }));
     timers.Shutdown();  // every timer killed, and no new ones from then on
     EXPECT_EQ(std::vector<int>(log.order.begin(), log.order.begin() + 2), std::vector<int>({2, 1}));
@@ -72,10 +77,11 @@ struct Probe {
 // A kill from another thread returns only once the running callback has, and no call starts
 // after it; a callback may kill its own timer without waiting for itself.
 TEST(WindowTimersTest, KillWaitsForARunningCallbackButNotForItself) {
+    qz_test::MessageThread host;
     WindowTimers timers;
     timers.FailSetTimerAfterForTesting(2);  // the two timers below, then no more
     Probe blocked{&timers, false}, self{&timers, true};
-    blocked.id = timers.SetTimer(nullptr, 1, &Probe::Run, &blocked);
+    host.Run([&] { blocked.id = timers.SetTimer(nullptr, 1, &Probe::Run, &blocked); });
     ASSERT_TRUE(blocked.entered.Wait(5000));
     std::thread killer([&] { blocked.killed = timers.KillTimer(nullptr, blocked.id); });
     EXPECT_FALSE(qz_test::WaitUntil([&] { return blocked.killed.load(); }, 20));
@@ -85,7 +91,7 @@ TEST(WindowTimersTest, KillWaitsForARunningCallbackButNotForItself) {
     EXPECT_FALSE(blocked.entered.Wait(20));  // no call after the kill
     EXPECT_FALSE(timers.KillTimer(nullptr, blocked.id));
 
-    self.id = timers.SetTimer(nullptr, 1, &Probe::Run, &self);
+    host.Run([&] { self.id = timers.SetTimer(nullptr, 1, &Probe::Run, &self); });
     EXPECT_TRUE(qz_test::WaitUntil([&] { return self.killed.load(); }));
     EXPECT_FALSE(qz_test::WaitUntil([&] { return self.calls > 1; }, 20));
     EXPECT_EQ(timers.SetTimer(nullptr, 10, &Probe::Run, &self), 0u);

@@ -1,12 +1,5 @@
 #include "support/http_test_server.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
@@ -45,16 +38,15 @@ bool TestConnection::Stopping() const {
 }
 
 long TestConnection::ReceiveSome(Clock::time_point deadline) {
-    while (!Stopping() && socket >= 0) {
+    while (!Stopping() && socket != kNoSocket) {
         const int left = MillisecondsLeft(deadline);
-        pollfd entry{socket, POLLIN, 0};
-        const int ready = left == 0 ? -1 : poll(&entry, 1, std::min(left, kSliceMs));
+        const int ready = left == 0 ? -1 : WaitReadable(socket, std::min(left, kSliceMs));
         if (ready < 0) {
             return -1;
         }
         if (ready > 0) {
             char buffer[4096];
-            const ssize_t count = recv(socket, buffer, sizeof(buffer), 0);
+            const long count = ReceiveBytes(socket, buffer, sizeof(buffer));
             if (count <= 0) {
                 return count < 0 ? -1 : 0;
             }
@@ -89,7 +81,7 @@ std::string TestConnection::ReadRequest(uint32_t timeoutMs) {
 
 bool TestConnection::Send(const std::string& bytes) {
     for (size_t sent = 0; sent < bytes.size();) {
-        const ssize_t count = send(socket, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+        const long count = SendBytes(socket, bytes.data() + sent, bytes.size() - sent);
         if (count <= 0) {
             return false;
         }
@@ -112,44 +104,29 @@ void TestConnection::Stall(uint32_t timeoutMs) {
 }
 
 void TestConnection::CloseSending() {
-    shutdown(socket, SHUT_WR);
+    ShutdownSending(socket);
 }
 
 void TestConnection::Reset() {
-    linger hard{1, 0};
-    setsockopt(socket, SOL_SOCKET, SO_LINGER, &hard, sizeof(hard));
+    ResetOnClose(socket);
     server.Forget(socket);
-    socket = -1;
+    socket = kNoSocket;
 }
 
 // Closes `socket` and drops it from the sockets that Stop shuts.
-void HttpTestServer::Forget(int socket) {
+void HttpTestServer::Forget(TestSocket socket) {
     std::lock_guard<std::mutex> guard(mutex);
     openSockets.erase(std::remove(openSockets.begin(), openSockets.end(), socket),
                       openSockets.end());
-    close(socket);
+    CloseTestSocket(socket);
 }
 
 bool HttpTestServer::Listen(const std::string& address, uint16_t port, int backlog) {
-    sockaddr_in local{};
-    local.sin_family = AF_INET;
-    local.sin_port = htons(port);
-    socklen_t length = sizeof(local);
-    const int on = 1;
-    if (listener >= 0 || inet_pton(AF_INET, address.c_str(), &local.sin_addr) != 1 ||
-        (listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) < 0) {
+    if (listener != kNoSocket) {
         return false;
     }
-    setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
-    if (bind(listener, reinterpret_cast<sockaddr*>(&local), sizeof(local)) != 0 ||
-        listen(listener, backlog) != 0 ||
-        getsockname(listener, reinterpret_cast<sockaddr*>(&local), &length) != 0) {
-        close(listener);
-        listener = -1;
-        return false;
-    }
-    boundPort = ntohs(local.sin_port);
-    return true;
+    listener = ListenTcp(address, port, backlog, &boundPort);
+    return listener != kNoSocket;
 }
 
 bool HttpTestServer::Start(Handler newHandler, const std::string& address, uint16_t port) {
@@ -167,15 +144,11 @@ bool HttpTestServer::ListenOnly(int backlog) {
 
 void HttpTestServer::AcceptLoop() {
     while (!stopping.load()) {
-        pollfd entry{listener, POLLIN, 0};
-        const int accepted =
-            poll(&entry, 1, kSliceMs) <= 0 ? -1 : accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-        if (accepted < 0) {
+        // Pieces go out as the script sends them, not held back for coalescing.
+        const TestSocket accepted = AcceptWithin(listener, kSliceMs);
+        if (accepted == kNoSocket) {
             continue;
         }
-        // Pieces go out as the script sends them, not held back for coalescing.
-        const int on = 1;
-        setsockopt(accepted, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
         auto record = recording.load() ? std::make_shared<std::string>() : nullptr;
         std::lock_guard<std::mutex> guard(mutex);
         ++connections;
@@ -197,7 +170,7 @@ void HttpTestServer::AcceptLoop() {
         connectionThreads.push_back({std::thread([this, accepted, record, ended] {
                                          TestConnection connection(accepted, *this, record);
                                          handler(connection);
-                                         if (connection.socket >= 0) {
+                                         if (connection.socket != kNoSocket) {
                                              Forget(connection.socket);
                                          }
                                          std::lock_guard<std::mutex> guard(mutex);
@@ -219,17 +192,15 @@ void HttpTestServer::Stop() {
     {
         std::lock_guard<std::mutex> guard(mutex);
         // Wakes handlers blocked in a protocol of their own (a TLS accept or read).
-        for (int open : openSockets) {
-            shutdown(open, SHUT_RDWR);
+        for (TestSocket open : openSockets) {
+            ShutdownBoth(open);
         }
         threads.swap(connectionThreads);
     }
     for (ConnectionThread& connection : threads) {
         connection.thread.join();
     }
-    if (listener >= 0) {
-        close(listener);
-    }
+    CloseTestSocket(listener);
 }
 
 size_t HttpTestServer::ConnectionCount() const {

@@ -17,6 +17,8 @@
 #include <thread>
 #include <vector>
 
+#include "support/test_platform.h"
+
 namespace qz_test {
 
 class HttpTestServer;
@@ -39,17 +41,17 @@ class TestConnection {
     void Reset();
 
     // The (blocking) socket, for handlers that run a protocol of their own over it (TLS).
-    int fd() const { return socket; }
+    int fd() const { return static_cast<int>(socket); }
     bool Stopping() const;
 
   private:
     friend class HttpTestServer;
-    TestConnection(int socket, HttpTestServer& server, std::shared_ptr<std::string> record)
+    TestConnection(TestSocket socket, HttpTestServer& server, std::shared_ptr<std::string> record)
         : socket(socket), server(server), record(std::move(record)) {}
     // Waits for readability in short slices so that a stop is noticed; recv result or -1.
     long ReceiveSome(std::chrono::steady_clock::time_point deadline);
 
-    int socket;
+    TestSocket socket;
     HttpTestServer& server;
     std::shared_ptr<std::string> record;
     std::string pending;
@@ -99,11 +101,11 @@ class HttpTestServer {
     friend class TestConnection;
     bool Listen(const std::string& address, uint16_t port, int backlog);
     void AcceptLoop();
-    void Forget(int socket);
+    void Forget(TestSocket socket);
 
     Handler handler;
     uint16_t boundPort = 0;
-    int listener = -1;
+    TestSocket listener = kNoSocket;
     std::atomic<bool> stopping{false};
     std::atomic<bool> recording{true};
     std::thread acceptThread;
@@ -115,7 +117,7 @@ class HttpTestServer {
         std::shared_ptr<std::atomic<bool>> ended;  // set by the thread as its last step
     };
     std::vector<ConnectionThread> connectionThreads;
-    std::vector<int> openSockets;
+    std::vector<TestSocket> openSockets;
     size_t finished = 0;
     size_t connections = 0;
 };

@@ -1,0 +1,138 @@
+#include "support/test_platform.h"
+
+#include "support/wait.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+
+namespace qz_test {
+
+// Nothing arrives as a message here: timers run on a thread of their own.
+void PumpMessagesFor(uint32_t milliseconds) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+std::string MakeTempFolder(const std::string& prefix) {
+    std::string pattern = testing::TempDir() + prefix + "-XXXXXX";
+    if (mkdtemp(&pattern[0]) == nullptr) {
+        ADD_FAILURE() << "no temporary folder " << pattern;
+        return std::string();
+    }
+    return pattern;
+}
+
+void SetEnv(const std::string& name, const char* value) {
+    value != nullptr ? setenv(name.c_str(), value, 1) : unsetenv(name.c_str());
+}
+
+std::string SelfPath() {
+    char self[4096] = {};
+    return readlink("/proc/self/exe", self, sizeof(self) - 1) > 0 ? self : "";
+}
+
+double ThreadCpuMicros() {
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return now.tv_sec * 1e6 + now.tv_nsec / 1e3;
+}
+
+long PrivateMemoryKiB() {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind("RssAnon:", 0) == 0) {
+            return std::stol(line.substr(8));
+        }
+    }
+    return -1;
+}
+
+size_t HeapInUse() {
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+TestSocket ListenTcp(const std::string& address, uint16_t port, int backlog, uint16_t* boundPort) {
+    sockaddr_in local{};
+    local.sin_family = AF_INET;
+    local.sin_port = htons(port);
+    socklen_t length = sizeof(local);
+    const int on = 1;
+    int listener = -1;
+    if (inet_pton(AF_INET, address.c_str(), &local.sin_addr) != 1 ||
+        (listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) < 0) {
+        return kNoSocket;
+    }
+    setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
+    if (bind(listener, reinterpret_cast<sockaddr*>(&local), sizeof(local)) != 0 ||
+        (backlog >= 0 && listen(listener, backlog) != 0) ||
+        getsockname(listener, reinterpret_cast<sockaddr*>(&local), &length) != 0) {
+        close(listener);
+        return kNoSocket;
+    }
+    *boundPort = ntohs(local.sin_port);
+    return listener;
+}
+
+uint16_t ClosedLoopbackPort() {
+    uint16_t port = 0;
+    const TestSocket bound = ListenTcp("127.0.0.1", 0, -1, &port);
+    CloseTestSocket(bound);
+    return port;
+}
+
+TestSocket AcceptWithin(TestSocket listener, int timeoutMs) {
+    if (WaitReadable(listener, timeoutMs) <= 0) {
+        return kNoSocket;
+    }
+    const int accepted = accept4(static_cast<int>(listener), nullptr, nullptr, SOCK_CLOEXEC);
+    if (accepted >= 0) {
+        const int on = 1;
+        setsockopt(accepted, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+    }
+    return accepted < 0 ? kNoSocket : accepted;
+}
+
+int WaitReadable(TestSocket socket, int timeoutMs) {
+    pollfd entry{static_cast<int>(socket), POLLIN, 0};
+    const int ready = poll(&entry, 1, timeoutMs);
+    return ready < 0 ? -1 : ready > 0 ? 1 : 0;
+}
+
+long ReceiveBytes(TestSocket socket, char* buffer, size_t size) {
+    return recv(static_cast<int>(socket), buffer, size, 0);
+}
+
+long SendBytes(TestSocket socket, const char* data, size_t size) {
+    return send(static_cast<int>(socket), data, size, MSG_NOSIGNAL);
+}
+
+void ShutdownSending(TestSocket socket) {
+    shutdown(static_cast<int>(socket), SHUT_WR);
+}
+
+void ShutdownBoth(TestSocket socket) {
+    shutdown(static_cast<int>(socket), SHUT_RDWR);
+}
+
+void ResetOnClose(TestSocket socket) {
+    linger hard{1, 0};
+    setsockopt(static_cast<int>(socket), SOL_SOCKET, SO_LINGER, &hard, sizeof(hard));
+}
+
+void CloseTestSocket(TestSocket socket) {
+    if (socket != kNoSocket) {
+        close(static_cast<int>(socket));
+    }
+}
+
+}  // namespace qz_test

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <netdb.h>
 
-#include <atomic>
 #include <cerrno>
 #include <thread>
 #include <tuple>
@@ -113,56 +112,6 @@ TEST_F(HttpClientTest, KeptConnectionReusedUnderTheLimitReopenedAtIt) {
         EXPECT_EQ(client.IsConnected(), keep);
         EXPECT_EQ(server->ConnectionCount() - before, connections);
     }
-}
-
-// Look-ups through a resolver that answers once its gate opens (shared: it outlives any abandoned
-// thread), by a client with look-up threads and by the fixture's blocking one. Threads first;
-// direct once a thread finished in time; threads again after a slow direct look-up; a blocking
-// client stays direct. An overrun gives 5, and later connects wait for that thread; a thread that
-// finds nothing gives 4 and switches to direct look-ups.
-TEST_F(HttpClientTest, LookupModesAndOutcomes) {
-    struct Gate {
-        std::atomic<Clock::time_point> opensAt{Clock::time_point()};
-        std::atomic<bool> fail{false};
-        std::atomic<int> calls{0};
-    };
-    const auto gate = std::make_shared<Gate>();
-    CHttpClient threaded(false);
-    Serve(HttpTestServer::RespondToEach(kOk));
-    Aim(threaded, server->port(), kTimeoutMs);
-    for (CHttpClient* each : {&threaded, &client}) {
-        each->SetResolverForTesting(
-            [gate](const std::string& host, const std::string& service, port::AddrInfo** list) {
-                gate->calls.fetch_add(1);
-                WaitUntil([&] { return Clock::now() >= gate->opensAt.load(); }, 60000);
-                return gate->fail ? -2 : port::ResolveStream(host, service, list);
-            });
-    }
-    EXPECT_FALSE(threaded.IsDirectLookupForTesting());
-    const int slow = kTimeoutMs + 50;
-    // Client, the resolver's delay, whether it fails, the time-out; code, direct look-ups after.
-    const std::tuple<CHttpClient*, int, bool, uint32_t, int, bool> steps[] = {
-        {&threaded, 0, false, kTimeoutMs, 0, true},
-        {&threaded, slow, false, kTimeoutMs, 0, false},
-        {&client, slow, false, kTimeoutMs, 0, true},
-        {&threaded, 60000, false, kTimeoutMs, net::kResultLookupTimedOut, false},
-        {&threaded, 60000, false, kTimeoutMs, net::kResultLookupTimedOut, false},
-        {&threaded, 50, false, 3000, 0, false},  // the thread above ends during this time-out
-        {&threaded, 0, true, 3000, net::kResultLookupEmpty, true},
-        {&threaded, 0, true, 3000, net::kResultResolveFailed, true}};
-    for (const auto& [each, delayMs, fail, timeoutMs, code, direct] : steps) {
-        SCOPED_TRACE(testing::Message() << "delay " << delayMs << ", code " << code);
-        gate->opensAt = Clock::now() + std::chrono::milliseconds(delayMs);
-        gate->fail = fail;
-        each->SetTimeout(timeoutMs);
-        const auto start = Clock::now();
-        EXPECT_EQ(Reply(*each).code, code);
-        EXPECT_EQ(each->IsDirectLookupForTesting(), direct);
-        const long ms = ElapsedMs(start), limit = kTimeoutMs;
-        EXPECT_TRUE(code != net::kResultLookupTimedOut || (ms >= limit - 10 && ms < limit + 1000))
-            << ms;
-    }
-    EXPECT_EQ(gate->calls.load(), 6);  // one thread served both overruns and the request after
 }
 
 }  // namespace

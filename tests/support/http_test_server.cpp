@@ -9,26 +9,15 @@ namespace qz_test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-// Stop is noticed within one slice of every wait.
-constexpr int kSliceMs = 20;
+constexpr int kSliceMs = 20;  // a stop is noticed within one slice of every wait
 
 Clock::time_point After(uint32_t ms) {
     return Clock::now() + std::chrono::milliseconds(ms);
 }
 
 int MillisecondsLeft(Clock::time_point deadline) {
-    const auto left =
-        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    return left > 0 ? static_cast<int>(left) : 0;
-}
-
-// Content-Length of a request head, 0 when it has none.
-size_t ContentLengthOf(std::string head) {
-    std::transform(head.begin(), head.end(), head.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    const size_t pos = head.find("\r\ncontent-length:");
-    return pos == std::string::npos ? 0 : std::strtoul(head.c_str() + pos + 17, nullptr, 10);
+    return static_cast<int>(std::max<int64_t>(
+        0, std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count()));
 }
 
 }  // namespace
@@ -38,22 +27,20 @@ bool TestConnection::Stopping() const {
 }
 
 long TestConnection::ReceiveSome(Clock::time_point deadline) {
-    while (!Stopping() && socket != kNoSocket) {
-        const int left = MillisecondsLeft(deadline);
-        const int ready = left == 0 ? -1 : WaitReadable(socket, std::min(left, kSliceMs));
+    while (!Stopping() && socket != kNoSocket && MillisecondsLeft(deadline) > 0) {
+        const int ready = WaitReadable(socket, std::min(MillisecondsLeft(deadline), kSliceMs));
         if (ready < 0) {
             return -1;
         }
         if (ready > 0) {
             char buffer[4096];
             const long count = ReceiveBytes(socket, buffer, sizeof(buffer));
-            if (count <= 0) {
-                return count < 0 ? -1 : 0;
-            }
-            pending.append(buffer, static_cast<size_t>(count));
-            if (record) {
+            if (count > 0) {
+                pending.append(buffer, count);
                 std::lock_guard<std::mutex> guard(server.mutex);
-                record->append(buffer, static_cast<size_t>(count));
+                if (record) {
+                    record->append(buffer, count);
+                }
             }
             return count;
         }
@@ -66,7 +53,14 @@ std::string TestConnection::ReadRequest(uint32_t timeoutMs) {
     for (;;) {
         const size_t headEnd = pending.find("\r\n\r\n");
         if (headEnd != std::string::npos) {
-            const size_t total = headEnd + 4 + ContentLengthOf(pending.substr(0, headEnd + 2));
+            // The head's Content-Length, if any, says how many body bytes follow it.
+            std::string head = pending.substr(0, headEnd + 2);
+            std::transform(head.begin(), head.end(), head.begin(),
+                           [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+            const size_t length = head.find("\r\ncontent-length:");
+            const size_t total =
+                headEnd + 4 +
+                (length != std::string::npos ? std::strtoul(&head[length + 17], nullptr, 10) : 0);
             if (pending.size() >= total) {
                 std::string request = pending.substr(0, total);
                 pending.erase(0, total);
@@ -103,10 +97,6 @@ void TestConnection::Stall(uint32_t timeoutMs) {
     }
 }
 
-void TestConnection::CloseSending() {
-    ShutdownSending(socket);
-}
-
 void TestConnection::Reset() {
     ResetOnClose(socket);
     server.Forget(socket);
@@ -122,11 +112,11 @@ void HttpTestServer::Forget(TestSocket socket) {
 }
 
 bool HttpTestServer::Listen(const std::string& address, uint16_t port, int backlog) {
-    if (listener != kNoSocket) {
-        return false;
+    if (listener == kNoSocket) {
+        listener = ListenTcp(address, port, backlog, &boundPort);
+        return listener != kNoSocket;
     }
-    listener = ListenTcp(address, port, backlog, &boundPort);
-    return listener != kNoSocket;
+    return false;
 }
 
 bool HttpTestServer::Start(Handler newHandler, const std::string& address, uint16_t port) {
@@ -138,46 +128,35 @@ bool HttpTestServer::Start(Handler newHandler, const std::string& address, uint1
     return true;
 }
 
-bool HttpTestServer::ListenOnly(int backlog) {
-    return Listen("127.0.0.1", 0, backlog);
-}
-
+// Each connection's handler runs on a detached thread; Stop waits until none is left.
 void HttpTestServer::AcceptLoop() {
     while (!stopping.load()) {
-        // Pieces go out as the script sends them, not held back for coalescing.
+        // Pieces go out as the script sends them, not coalesced.
         const TestSocket accepted = AcceptWithin(listener, kSliceMs);
         if (accepted == kNoSocket) {
             continue;
         }
         auto record = recording.load() ? std::make_shared<std::string>() : nullptr;
-        std::lock_guard<std::mutex> guard(mutex);
-        ++connections;
-        if (record) {
-            records.push_back(record);
-        }
-        openSockets.push_back(accepted);
-        // Threads of ended connections are joined as new ones come, so that a long run holds
-        // only the threads of the connections still open.
-        for (auto done = connectionThreads.begin(); done != connectionThreads.end();) {
-            if (*done->ended) {
-                done->thread.join();
-                done = connectionThreads.erase(done);
-            } else {
-                ++done;
+        {
+            std::lock_guard<std::mutex> guard(mutex);
+            if (record) {
+                records.push_back(record);
             }
+            openSockets.push_back(accepted);
         }
-        auto ended = std::make_shared<std::atomic<bool>>(false);
-        connectionThreads.push_back({std::thread([this, accepted, record, ended] {
-                                         TestConnection connection(accepted, *this, record);
-                                         handler(connection);
-                                         if (connection.socket != kNoSocket) {
-                                             Forget(connection.socket);
-                                         }
-                                         std::lock_guard<std::mutex> guard(mutex);
-                                         ++finished;
-                                         *ended = true;
-                                     }),
-                                     ended});
+        ++connections;
+        ++live;
+        std::thread([this, accepted, record] {
+            {
+                TestConnection connection(accepted, *this, record);
+                handler(connection);
+                if (connection.socket != kNoSocket) {
+                    Forget(connection.socket);
+                }
+            }
+            ++finished;
+            --live;  // the last touch of the server
+        }).detach();
     }
 }
 
@@ -188,29 +167,16 @@ void HttpTestServer::Stop() {
     if (acceptThread.joinable()) {
         acceptThread.join();
     }
-    std::vector<ConnectionThread> threads;
     {
         std::lock_guard<std::mutex> guard(mutex);
-        // Wakes handlers blocked in a protocol of their own (a TLS accept or read).
-        for (TestSocket open : openSockets) {
+        for (TestSocket open : openSockets) {  // wakes handlers blocked in their own protocol
             ShutdownBoth(open);
         }
-        threads.swap(connectionThreads);
     }
-    for (ConnectionThread& connection : threads) {
-        connection.thread.join();
+    while (live.load() > 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     CloseTestSocket(listener);
-}
-
-size_t HttpTestServer::ConnectionCount() const {
-    std::lock_guard<std::mutex> guard(mutex);
-    return connections;
-}
-
-size_t HttpTestServer::FinishedCount() const {
-    std::lock_guard<std::mutex> guard(mutex);
-    return finished;
 }
 
 std::vector<std::string> HttpTestServer::Received() const {
@@ -242,18 +208,6 @@ HttpTestServer::Handler HttpTestServer::RespondToEach(std::string reply) {
         while (!connection.ReadRequest(10000).empty() && connection.Send(reply)) {
         }
     };
-}
-
-HttpTestServer::Handler HttpTestServer::Silent() {
-    return [](TestConnection& connection) { connection.WaitForPeerClose(); };
-}
-
-HttpTestServer::Handler HttpTestServer::Stall() {
-    return [](TestConnection& connection) { connection.Stall(); };
-}
-
-HttpTestServer::Handler HttpTestServer::ResetAtOnce() {
-    return [](TestConnection& connection) { connection.Reset(); };
 }
 
 }  // namespace qz_test

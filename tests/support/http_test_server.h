@@ -36,7 +36,7 @@ class TestConnection {
     // Holds the connection without reading until the server stops or `timeoutMs` passed.
     void Stall(uint32_t timeoutMs = 10000);
     // Shuts the sending direction: the peer reads the end of the stream.
-    void CloseSending();
+    void CloseSending() { ShutdownSending(socket); }
     // Closes at once with a reset; the connection is unusable afterwards.
     void Reset();
 
@@ -71,14 +71,15 @@ class HttpTestServer {
     bool Start(Handler handler, const std::string& address = "127.0.0.1", uint16_t port = 0);
     // Listens with `backlog` but never accepts: once the backlog is full, connections go
     // unanswered.
-    bool ListenOnly(int backlog);
-    // Stops accepting, ends every connection and joins the threads. Idempotent.
+    bool ListenOnly(int backlog) { return Listen("127.0.0.1", 0, backlog); }
+    // Stops accepting, ends every connection and waits until every handler has returned.
+    // Idempotent.
     void Stop();
 
     uint16_t port() const { return boundPort; }
-    size_t ConnectionCount() const;
+    size_t ConnectionCount() const { return connections; }
     // Connections whose handler has returned (and whose socket is closed).
-    size_t FinishedCount() const;
+    size_t FinishedCount() const { return finished; }
     // The bytes received on each connection, in the order of acceptance.
     std::vector<std::string> Received() const;
     // Off: connections accepted from now on are not recorded (for long runs whose handler keeps
@@ -91,11 +92,17 @@ class HttpTestServer {
     // Answers every request on the connection with `reply` until the peer closes.
     static Handler RespondToEach(std::string reply);
     // Never answers: records what arrives until the peer closes.
-    static Handler Silent();
+    static Handler Silent() {
+        return [](TestConnection& connection) { connection.WaitForPeerClose(); };
+    }
     // Holds the connection without reading: the peer's sends stall once the buffers are full.
-    static Handler Stall();
+    static Handler Stall() {
+        return [](TestConnection& connection) { connection.Stall(); };
+    }
     // Accepts and closes at once with a reset.
-    static Handler ResetAtOnce();
+    static Handler ResetAtOnce() {
+        return [](TestConnection& connection) { connection.Reset(); };
+    }
 
   private:
     friend class TestConnection;
@@ -106,20 +113,12 @@ class HttpTestServer {
     Handler handler;
     uint16_t boundPort = 0;
     TestSocket listener = kNoSocket;
-    std::atomic<bool> stopping{false};
-    std::atomic<bool> recording{true};
+    std::atomic<bool> stopping{false}, recording{true};
+    std::atomic<size_t> connections{0}, finished{0}, live{0};  // live: handler threads running
     std::thread acceptThread;
-
-    mutable std::mutex mutex;
+    mutable std::mutex mutex;  // guards the records and the open sockets
     std::vector<std::shared_ptr<std::string>> records;
-    struct ConnectionThread {
-        std::thread thread;
-        std::shared_ptr<std::atomic<bool>> ended;  // set by the thread as its last step
-    };
-    std::vector<ConnectionThread> connectionThreads;
     std::vector<TestSocket> openSockets;
-    size_t finished = 0;
-    size_t connections = 0;
 };
 
 }  // namespace qz_test

@@ -22,10 +22,6 @@ std::string SelfPath();
 // CPU time of the calling thread in microseconds.
 double ThreadCpuMicros();
 
-// Private memory of the process (resident anonymous pages on Linux, the private commit on
-// Windows), in KiB; -1 when unknown.
-long PrivateMemoryKiB();
-
 // Heap bytes the allocator has handed out and not got back; 0 when the allocator cannot tell.
 size_t HeapInUse();
 
@@ -36,8 +32,6 @@ inline constexpr TestSocket kNoSocket = -1;
 // A listening TCP socket on the IPv4 `address` and `port` (0: any free port, stored in
 // `*boundPort`); with a negative `backlog` bound but not listening. kNoSocket on failure.
 TestSocket ListenTcp(const std::string& address, uint16_t port, int backlog, uint16_t* boundPort);
-// A loopback port that nothing listens on: connections to it are refused at once.
-uint16_t ClosedLoopbackPort();
 // The next connection within `timeoutMs` (with send coalescing off), else kNoSocket.
 TestSocket AcceptWithin(TestSocket listener, int timeoutMs);
 // 1 when readable within `timeoutMs`, 0 on time-out, -1 on failure.

@@ -1,7 +1,5 @@
 #include "support/test_platform.h"
 
-#include "support/wait.h"
-
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
@@ -13,7 +11,8 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
+
+#include "support/wait.h"
 
 namespace qz_test {
 
@@ -46,16 +45,6 @@ double ThreadCpuMicros() {
     return now.tv_sec * 1e6 + now.tv_nsec / 1e3;
 }
 
-long PrivateMemoryKiB() {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.rfind("RssAnon:", 0) == 0) {
-            return std::stol(line.substr(8));
-        }
-    }
-    return -1;
-}
-
 size_t HeapInUse() {
     const struct mallinfo2 info = mallinfo2();
     return info.uordblks + info.hblkhd;
@@ -81,13 +70,6 @@ TestSocket ListenTcp(const std::string& address, uint16_t port, int backlog, uin
     }
     *boundPort = ntohs(local.sin_port);
     return listener;
-}
-
-uint16_t ClosedLoopbackPort() {
-    uint16_t port = 0;
-    const TestSocket bound = ListenTcp("127.0.0.1", 0, -1, &port);
-    CloseTestSocket(bound);
-    return port;
 }
 
 TestSocket AcceptWithin(TestSocket listener, int timeoutMs) {

@@ -1,15 +1,19 @@
 #include "support/test_platform.h"
 
-#include "support/wait.h"
-
-#include <psapi.h>
-#include <windows.h>
+// The socket headers come before windows.h.
+// clang-format off
 #include <winsock2.h>
 #include <ws2tcpip.h>
+#include <windows.h>
+// clang-format on
 
 #include <gtest/gtest.h>
 
+#include <malloc.h>
+
 #include <cstdlib>
+
+#include "support/wait.h"
 
 namespace qz_test {
 
@@ -82,31 +86,14 @@ double ThreadCpuMicros() {
     return micros(kernel) + micros(user);
 }
 
-long PrivateMemoryKiB() {
-    PROCESS_MEMORY_COUNTERS_EX counters{};
-    counters.cb = sizeof(counters);
-    if (!GetProcessMemoryInfo(GetCurrentProcess(),
-                              reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters),
-                              sizeof(counters))) {
-        return -1;
-    }
-    return static_cast<long>(counters.PrivateUsage / 1024);
-}
-
-// The C runtime allocates from the process heap.
 size_t HeapInUse() {
-    const HANDLE heap = GetProcessHeap();
     size_t used = 0;
-    if (!HeapLock(heap)) {
-        return 0;
-    }
-    PROCESS_HEAP_ENTRY entry{};
-    while (HeapWalk(heap, &entry)) {
-        if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0) {
-            used += entry.cbData;
+    _HEAPINFO entry{};
+    while (_heapwalk(&entry) == _HEAPOK) {
+        if (entry._useflag == _USEDENTRY) {
+            used += entry._size;
         }
     }
-    HeapUnlock(heap);
     return used;
 }
 
@@ -133,12 +120,6 @@ TestSocket ListenTcp(const std::string& address, uint16_t port, int backlog, uin
     }
     *boundPort = ntohs(local.sin_port);
     return static_cast<TestSocket>(listener);
-}
-
-uint16_t ClosedLoopbackPort() {
-    uint16_t port = 0;
-    CloseTestSocket(ListenTcp("127.0.0.1", 0, -1, &port));
-    return port;
 }
 
 TestSocket AcceptWithin(TestSocket listener, int timeoutMs) {

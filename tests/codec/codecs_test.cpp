@@ -100,34 +100,6 @@ TEST(CAesBlobCipherTest, RefusesMalformedOuterLayer) {
     }
 }
 
-// Without libcrypto the AES output is marked (a blob fails to parse); DES blocks pass unchanged,
-// which puts the padding rule itself under test.
-TEST(MissingCryptoLibraryTest, NeutralResultsAndDesPaddingRule) {
-    crypto::CryptoLibrary& library = crypto::CryptoLibrary::Instance();
-    library.OverrideNamesForTesting({"libqz-missing.so.0"});
-    unsigned int size = 77;
-    EXPECT_TRUE(library.EVP_md5() == nullptr &&
-                library.EVP_Digest("abc", 3, nullptr, &size, nullptr, nullptr) == 0 &&
-                library.AES_set_decrypt_key(nullptr, 128, nullptr) == -1 &&
-                library.AES_set_encrypt_key(nullptr, 128, nullptr) == -1 && size == 77);
-    const AesBlobPlain result = DecodeBlob("VectorPass", "00000020" + std::string(64, '1'));
-    EXPECT_EQ(result.plain, "\xCD" + std::string(19, '\0'));
-    // Cipher text, and the length of the plain text kept from it.
-    const std::pair<std::string, size_t> cases[] = {
-        {"abcde\3\3\3", 5}, {"abcde\3\2\3", 8}, {"abcdefg\1", 7},    {"\b\b\b\b\b\b\b\b", 0},
-        {"abcdefg\t", 8},   {"abcdefg\x83", 8}, {"abcdefgh\2\2", 8}, {"1234567", 0}};
-    for (const auto& [cipher, kept] : cases) {
-        std::string plain;
-        DecodeDesBlock("01234567", cipher, plain);
-        EXPECT_EQ(plain, cipher.substr(0, kept)) << testing::PrintToString(cipher);
-    }
-    std::string plain;
-    DecodeDesBlock("0123456", "abcdefgh", plain);  // a key below 8 characters does nothing
-    library.OverrideNamesForTesting({});
-    EXPECT_EQ(plain, "");
-}
-
-// In one process with the test above, this also shows the real library bound again after it.
 TEST(CipherVectorsTest, AesInHexAndBase64AndDes) {
     if (crypto::CryptoLibrary::Instance().EVP_md5() == nullptr)
         GTEST_SKIP() << "libcrypto cannot be loaded";

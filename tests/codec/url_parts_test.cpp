@@ -44,9 +44,8 @@ TEST(UrlPartsTest, ReverseHost) {
     const std::pair<const char*, const char*> cases[] = {
         {"aa.bb.cc", "cc.bb.aa"}, {"10.0.0.1", "1.0.0.10"}, {"host", "host"}, {"aa.bb.", "bb.aa"},
         {".aa", "aa."},           {"a..b", "b..a"},         {"", ""}};
-    for (const auto& [host, reversed] : cases) {
+    for (const auto& [host, reversed] : cases)
         EXPECT_EQ(reversed, ReverseHost(host)) << host;
-    }
 }
 
 }  // namespace

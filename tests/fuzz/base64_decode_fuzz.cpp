@@ -14,11 +14,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     const std::string encoded = qz_fuzz::Base64Encode(bytes);
     std::string wrapped;
-    for (size_t i = 0; i < encoded.size(); ++i) {
+    for (size_t i = 0; i < encoded.size(); ++i)
         wrapped += encoded[i] + std::string(i % 7 == 6 ? "\r\n" : "");
-    }
-    for (const std::string& text : {encoded, wrapped, encoded.substr(0, encoded.find('='))}) {
+    for (const std::string& text : {encoded, wrapped, encoded.substr(0, encoded.find('='))})
         QZ_FUZZ_CHECK(Base64Decode(text, decoded) == static_cast<int>(size) && decoded == bytes);
-    }
     return 0;
 }

@@ -8,13 +8,11 @@
 using qzdata_report_kelvo::ReverseHost;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size == 0) {
+    if (size == 0)
         return 0;
-    }
     std::wstring url;
-    for (size_t i = 1, wide = data[0] & 1; i + wide < size; i += 1 + wide) {
+    for (size_t i = 1, wide = data[0] & 1; i + wide < size; i += 1 + wide)
         url += static_cast<wchar_t>(data[i] | (wide ? data[i + 1] << 8 : 0));
-    }
     qzdata_report_kelvo::UrlParts parts;
     parts.scheme = L"stale";
     parts.port = 7;
@@ -26,8 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         QZ_FUZZ_CHECK(parts.path.find_first_of(L"?#") == std::wstring::npos);
     }
     const std::string host(reinterpret_cast<const char*>(data) + 1, size - 1);
-    if (!host.empty() && host.front() != '.' && host.back() != '.') {
+    if (!host.empty() && host.front() != '.' && host.back() != '.')
         QZ_FUZZ_CHECK(ReverseHost(ReverseHost(host)) == host);
-    }
     return 0;
 }

@@ -52,14 +52,11 @@ inline std::string Base64Encode(const std::string& bytes) {
     std::string text;
     uint32_t bits = 0;
     int count = 0;
-    for (unsigned char byte : bytes) {
-        for (bits = bits << 8 | byte, count += 8; count >= 6;) {
+    for (unsigned char byte : bytes)
+        for (bits = bits << 8 | byte, count += 8; count >= 6;)
             text += abc[(bits >> (count -= 6)) & 63];
-        }
-    }
-    if (count > 0) {
+    if (count > 0)
         text += abc[(bits << (6 - count)) & 63];
-    }
     return text.append((4 - text.size() % 4) % 4, '=');
 }
 
@@ -83,10 +80,8 @@ inline std::string EncipherStrategyBlob(const std::string& plain) {
     char blob[16];
     std::snprintf(blob, sizeof(blob), "%08zu", plain.size());
     std::string text = blob;
-    for (unsigned char byte : cipher) {
-        text += "0123456789abcdef"[byte >> 4];
-        text += "0123456789abcdef"[byte & 15];
-    }
+    for (unsigned char byte : cipher)
+        text.append({"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]});
     return text;
 }
 

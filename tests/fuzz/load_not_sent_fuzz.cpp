@@ -17,16 +17,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::vector<ReportPost> posts;
     const bool isPack = size >= 8 && std::memcmp(data, "tzdr", 4) == 0;
     QZ_FUZZ_CHECK(post::ReadNotSentPack(wide, posts) == isPack);
-    if (!isPack) {
+    if (!isPack)
         return 0;
-    }
     QZ_FUZZ_CHECK(posts.size() <=
                   (data[4] | data[5] << 8 | data[6] << 16 | uint32_t{data[7]} << 24));
     post::NotSentPackWriter writer;
     QZ_FUZZ_CHECK(writer.Open(wide + L"2"));
-    for (const ReportPost& loaded : posts) {
+    for (const ReportPost& loaded : posts)
         QZ_FUZZ_CHECK(writer.Write(loaded.url, loaded.flag, loaded.records));
-    }
     QZ_FUZZ_CHECK(writer.Close());
     std::vector<ReportPost> again;
     QZ_FUZZ_CHECK(post::ReadNotSentPack(wide + L"2", again) && again.size() == posts.size());

@@ -15,9 +15,8 @@ static std::string Envelope(const std::string& time, const std::string& plain) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size == 0) {
+    if (size == 0)
         return 0;
-    }
     const std::string rest(reinterpret_cast<const char*>(data) + 1, size - 1);
     if (data[0] % 3 == 0) {
         CUploadLog::ParseDeviceConfig(rest);

@@ -35,15 +35,13 @@ static auto Feed(const std::string& response, const std::vector<size_t>& pieces)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const size_t count = size == 0 ? 0 : data[0] % 8;
-    if (size < 1 + count) {
+    if (size < 1 + count)
         return 0;
-    }
     const std::vector<size_t> pieces(data + 1, data + 1 + count);
     const std::string response(reinterpret_cast<const char*>(data) + 1 + count, size - 1 - count);
     const auto whole = Feed(response, {});
     QZ_FUZZ_CHECK(Feed(response, pieces) == whole);
-    if (response.size() <= 512) {
+    if (response.size() <= 512)
         QZ_FUZZ_CHECK(Feed(response, std::vector<size_t>(response.size(), 1)) == whole);
-    }
     return 0;
 }

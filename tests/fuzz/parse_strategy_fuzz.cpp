@@ -9,9 +9,8 @@ using qzdata_report_kelvo::CStrategy;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string plain(reinterpret_cast<const char*>(data), size);
-    if (plain.empty()) {
+    if (plain.empty())
         return 0;
-    }
     qz_fuzz::ScratchFolder();
     const std::string blob = qz_fuzz::EncipherStrategyBlob(plain);
     std::string decoded;
@@ -26,9 +25,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     strategy.Run();
     for (auto* list : {&strategy.GetFallbackList(), &strategy.GetPostFallbackList(),
                        &strategy.GetSpareFallbackList()}) {
-        for (const std::string& address : list->Copy()) {
+        for (const std::string& address : list->Copy())
             QZ_FUZZ_CHECK(!address.empty() && address.size() <= 15);
-        }
     }
     const uint32_t limit = strategy.GetKeepAliveLimit();
     QZ_FUZZ_CHECK(limit <= 99999u * 1000u && limit % 1000 == 0);

@@ -12,9 +12,8 @@ using qzdata_report_kelvo_internal::QZA2W;
 using qzdata_report_kelvo_internal::QZW2A;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size == 0) {
+    if (size == 0)
         return 0;
-    }
     std::string narrow(reinterpret_cast<const char*>(data) + 1, size - 1);
     std::wstring wide((size - 1) / sizeof(wchar_t), L'\0');
     if (data[0] & 1) {
@@ -31,9 +30,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     } else {
         std::string back;
         QZ_FUZZ_CHECK(QZA2W(narrow, wide, 65001) && QZW2A(wide, back, 65001));
-        if (wide.find(L'\xFFFD') == std::wstring::npos) {
+        if (wide.find(L'\xFFFD') == std::wstring::npos)
             QZ_FUZZ_CHECK(back == narrow.substr(0, narrow.find('\0')));
-        }
         QZA2W(narrow, wide, 0);
     }
     return 0;

@@ -85,9 +85,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size == 0) {
+    if (size == 0)
         return 0;
-    }
     const bool isFail = data[0] & 1;
     const std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
     const std::string line = text.substr(0, text.find('\n'));

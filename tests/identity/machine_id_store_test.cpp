@@ -2,15 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <optional>
-#include <regex>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -102,20 +97,6 @@ TEST_F(UserStoreTest, FilesArePrivateAndWrittenWhole) {
     EXPECT_EQ(fs::status(Path(kOld)).permissions(), fs::perms::owner_read | fs::perms::owner_write);
     const fs::directory_iterator entries(Path("software/norvik/qzdata_report"));
     EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
-
-    setenv("XDG_CONFIG_HOME", "relative", 1);
-    EXPECT_EQ(ObtainStoredMachineId([] { return std::string("e"); }), "d");
-    setenv("XDG_CONFIG_HOME", (home + "/xdg").c_str(), 1);
-    EXPECT_EQ(ObtainStoredMachineId([] { return std::string("e"); }), "e");
-    EXPECT_TRUE(fs::exists(home + "/xdg/software/norvik/qzdata_report_kelvo/mid"));
-    // A store that cannot be written (a file where its folder belongs, which holds for root too):
-    // the id is derived at every call, and stays the same.
-    std::ofstream(home + "/file") << "x";
-    setenv("XDG_CONFIG_HOME", (home + "/file").c_str(), 1);
-    int derivations = 0;
-    for (int run = 0; run < 2; ++run)
-        EXPECT_EQ(ObtainStoredMachineId([&] { return ++derivations, std::string("f"); }), "f");
-    EXPECT_EQ(derivations, 2);
 }
 
 struct FakeProbes : HardwareProbes {
@@ -163,38 +144,6 @@ TEST_F(UserStoreTest, HardwareIdSourcesAndCache) {
         EXPECT_EQ(probes.closes, serviceOk ? 1 : 0);
         EXPECT_EQ(Read(kHardware), kept && kept->c_str() == id ? kept : Z(id));
     }
-}
-
-// This machine's own probes: two processes in a row with one home report the same ids, each
-// of 32 lower-case hex digits, and no probe holds the caller past its bound.
-TEST_F(UserStoreTest, TwoRunsOnThisMachineReportTheSameIds) {
-    using namespace std::chrono;
-    if (const char* out = std::getenv("QZ_TEST_IDS_OUT")) {
-        setenv("HOME", std::getenv("QZ_TEST_IDS_HOME"), 1);  // the parent's, not this fixture's
-        const auto start = steady_clock::now();
-        std::string hardwareId;
-        HardwareIdStore::Instance().Get(hardwareId);
-        const std::string machineId = ObtainStoredMachineId();
-        const auto ms = duration_cast<milliseconds>(steady_clock::now() - start).count();
-        std::ofstream(out) << machineId << ' ' << hardwareId << ' ' << ms;
-        return;
-    }
-    std::string runs[2];
-    for (std::string& ids : runs) {
-        const std::string out = home + "/ids" + std::to_string(&ids - runs);
-        const std::string command = "QZ_TEST_IDS_HOME=" + home + " QZ_TEST_IDS_OUT=" + out +
-                                    " /proc/" + std::to_string(getpid()) +
-                                    "/exe --gtest_filter=UserStoreTest.TwoRuns* >/dev/null";
-        ASSERT_EQ(0, std::system(command.c_str()));
-        std::string machineId, hardwareId;
-        long milliseconds = -1;
-        std::ifstream(out) >> machineId >> hardwareId >> milliseconds;
-        ids = machineId + hardwareId;
-        EXPECT_TRUE(std::regex_match(ids, std::regex("[0-9a-f]{64}"))) << ids;
-        EXPECT_TRUE(milliseconds >= 0 && milliseconds < 4000) << milliseconds;
-    }
-    EXPECT_EQ(runs[0], runs[1]);
-    EXPECT_TRUE(Read(kOld) == Z(runs[0].substr(0, 32)) && Read(kHardware) == Z(runs[0].substr(32)));
 }
 
 }  // namespace

@@ -3,9 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <future>
 #include <map>
-#include <thread>
 #include <tuple>
 
 #include "identity/probe_text.h"
@@ -122,27 +120,20 @@ TEST(WmiRowsTest, FilterSortAndJoin) {
     EXPECT_EQ(HexBytes({0x00, 0xAB, 0x7F}), "00AB7F");
 }
 
-// A management service whose Open waits while the gate is shut.
-class GatedSource : public WmiSerialsSource {
+// A management service that answers from `values`.
+class FakeSource : public WmiSerialsSource {
   public:
-    bool Open() override {
-        ++openCalls;
-        entered.set_value();
-        if (gated)
-            gate.get_future().wait();
-        return opens;
-    }
+    bool Open() override { return ++openCalls, opens; }
     void Query(port::SerialFact fact, std::vector<std::string>& out) override {
         ++queries, out = values[fact];
     }
-    void Close() override { closed.set_value(); }
+    void Close() override {}
 
     using F = port::SerialFact;
     std::map<F, std::vector<std::string>> values = {{F::kVolumeSerial, {"V"}},
                                                     {F::kVideoDeviceIds, {"PCI\\VEN_10DE", "&2"}}};
-    bool opens = true, gated = false;
+    bool opens = true;
     std::atomic<int> openCalls{0}, queries{0};
-    std::promise<void> entered, gate, closed;
 };
 
 TEST(WmiSerialsTest, OnlyTheLastQuerySurvivesAndTheThreadRunsOnce) {
@@ -150,7 +141,7 @@ TEST(WmiSerialsTest, OnlyTheLastQuerySurvivesAndTheThreadRunsOnce) {
     const std::tuple<bool, bool, std::string> cases[] = {
         {true, true, "PCI\\VEN_10DE&2"}, {true, false, ""}, {false, true, ""}};
     for (const auto& [opens, videoFound, text] : cases) {
-        GatedSource source;
+        FakeSource source;
         source.opens = opens;
         if (!videoFound)
             source.values.erase(port::SerialFact::kVideoDeviceIds);
@@ -160,27 +151,6 @@ TEST(WmiSerialsTest, OnlyTheLastQuerySurvivesAndTheThreadRunsOnce) {
         EXPECT_EQ(std::make_pair(source.queries.load(), source.openCalls.load()),
                   std::make_pair(opens ? 5 : 0, 1));
     }
-}
-
-TEST(WmiSerialsTest, CallsDuringTheFirstReturnAtOnceAndSeeALateThread) {
-    GatedSource source, lateSource;
-    source.gated = lateSource.gated = true;
-    WmiSerialsProbe probe(source, 60000);
-    std::string first = "unset";
-    std::thread caller([&] { first = probe.GetText(); });
-    source.entered.get_future().wait();
-    EXPECT_EQ(probe.GetText(), "");
-    EXPECT_EQ(probe.GetState(), WmiSerialsProbe::kStarted);
-    source.gate.set_value();
-    caller.join();
-    EXPECT_EQ(first, "PCI\\VEN_10DE&2");
-
-    WmiSerialsProbe bounded(lateSource, 0);
-    EXPECT_EQ(bounded.GetText(), "");  // the bound ran out
-    lateSource.gate.set_value();
-    lateSource.closed.get_future().wait();
-    EXPECT_EQ(bounded.GetText(), "PCI\\VEN_10DE&2");
-    EXPECT_EQ(lateSource.openCalls, 1);
 }
 
 TEST(MachineIdTest, DigestOfThisMachinesProbeTextsInOrder) {

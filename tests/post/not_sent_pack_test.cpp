@@ -144,9 +144,8 @@ TEST_F(PackTest, LoadKeepsForeignFilesAndDeletesDamagedOnes) {
     for (size_t i = 0; i < cases.size(); ++i) {
         const auto& [contents, loaded, kept] = cases[i];
         const std::string name = std::to_string(i);
-        if (contents) {
+        if (contents)
             std::ofstream(dir + "/" + name, std::ios::binary) << *contents;
-        }
         PackObject object(Wide(name));
         object.LoadNotSent();
         EXPECT_EQ(std::make_tuple(true, kept, Posts(loaded, {L"u\0\0"s, true, kPost.records})),
@@ -160,37 +159,31 @@ TEST_F(PackTest, LoadKeepsForeignFilesAndDeletesDamagedOnes) {
 // memory, and a later pack with room holds them: across both files nothing is lost or doubled.
 TEST_F(PackTest, AFullDiskLeavesTheUnwrittenPostsForTheNextPack) {
     PackObject object;
-    for (int i = 0; i < 40; ++i) {
+    for (int i = 0; i < 40; ++i)
         object.notSentPosts.push_back({L"u", {{{"n", std::to_string(i) + std::string(40, 'x')}}}});
-    }
     rlimit saved{};
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
     const auto previous = signal(SIGXFSZ, SIG_IGN);  // a write past the limit fails, no signal
-    rlimit limited = saved;
-    limited.rlim_cur = 1000;
+    const rlimit limited{1000, saved.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
     const bool fullDisk = object.PackNotSent(Wide("full"));
     setrlimit(RLIMIT_FSIZE, &saved);
     signal(SIGXFSZ, previous);
-    EXPECT_FALSE(fullDisk);
     const size_t left = object.notSentPosts.size();
-    EXPECT_TRUE(left > 0 && left < 40) << left;
+    EXPECT_TRUE(!fullDisk && left > 0 && left < 40) << left;
     EXPECT_LE(Read("full").size(), 1000u);
-    EXPECT_TRUE(object.PackNotSent(Wide("room")));
-    EXPECT_TRUE(object.notSentPosts.empty());
+    EXPECT_TRUE(object.PackNotSent(Wide("room")) && object.notSentPosts.empty());
 
     std::vector<std::string> values;
     for (const char* name : {"full", "room"}) {
         PackObject next(Wide(name));
         next.LoadNotSent();
-        for (const auto& post : next.Loaded()) {
+        for (const auto& post : next.Loaded())
             values.push_back(std::get<2>(post).at(0).at("n"));
-        }
     }
     ASSERT_EQ(values.size(), 40u);
-    for (int i = 0; i < 40; ++i) {
+    for (int i = 0; i < 40; ++i)
         EXPECT_EQ(values[i], std::to_string(i) + std::string(40, 'x'));
-    }
 }
 
 }  // namespace

@@ -21,10 +21,9 @@ const std::string kMid = "kelvo_mid=" + [] {
 const std::string kBare = kMid + "&" + kSdkOnly;
 
 struct RecordFormatTest : ::testing::Test {
-    std::string Query(const ReportRecord& record,
-                      RecordQueryResult expectedResult = RecordQueryResult::kOk) {
+    std::string Query(const ReportRecord& record) {
         std::string query;
-        EXPECT_EQ(expectedResult, formatter.BuildRecordQuery(record, query, lastAction));
+        EXPECT_EQ(RecordQueryResult::kOk, formatter.BuildRecordQuery(record, query, lastAction));
         return query;
     }
 
@@ -79,13 +78,6 @@ TEST_F(RecordFormatTest, QueryCases) {
         EXPECT_EQ(c.action, lastAction);
     }
     EXPECT_EQ(kBare, Query({}));
-}
-
-TEST_F(RecordFormatTest, EmptyEscapedValueDropsTheRecord) {
-    for (const char* key : {"eid_desc", "CONTENT", "rso_desc", "channel_desc", "ref_desc"}) {
-        SCOPED_TRACE(key);
-        Query({{"eid", "e"}, {key, ""}}, RecordQueryResult::kDropped);
-    }
 }
 
 TEST_F(RecordFormatTest, CommonParamsMergeUnderTheRecord) {

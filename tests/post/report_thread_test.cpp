@@ -49,24 +49,6 @@ struct ReportThreadTest : ::testing::Test {
     std::vector<std::string> eids;  // of the built records, in order
 };
 
-using Strings = std::vector<std::string>;
-
-TEST_F(ReportThreadTest, PostsWaitUntilResumeAndStopDrainsInOrder) {
-    ASSERT_TRUE(impl.Create(L""));
-    Enqueue("one");
-    Enqueue("two");
-    // The worker stands still until resumed: the queue keeps both posts.
-    EXPECT_EQ(2u, impl.QueuedPosts().size());
-    EXPECT_TRUE(Eids().empty());
-    impl.Resume();
-    Enqueue("three");
-    // A running worker delivers without waiting for Stop.
-    EXPECT_TRUE(qz_test::WaitUntil([&] { return Eids().size() == 3; }));
-    impl.Stop(5000);
-    EXPECT_FALSE(impl.IsRunning());
-    EXPECT_EQ((Strings{"one", "two", "three"}), Eids());
-}
-
 // With nothing queued the worker waits instead of turning; the next post wakes it at once.
 TEST_F(ReportThreadTest, AnIdleWorkerStandsStillUntilTheNextPost) {
     Run();
@@ -157,36 +139,10 @@ TEST_F(ReportThreadTest, StartupSilenceSkippedRecordsFailedStepsAndSparePosts) {
     ASSERT_TRUE(qz_test::WaitUntil([&] { return Eids().size() == 5; }));
     EXPECT_TRUE(impl.IsRunning());
     impl.Stop(5000);
-    EXPECT_EQ((Strings{"startup", "startup", "one", "a", "c"}), Eids());
+    EXPECT_EQ((std::vector<std::string>{"startup", "startup", "one", "a", "c"}), Eids());
     EXPECT_EQ(2u, impl.GetReportContext()->GetStats().Peek().unreported);
     EXPECT_EQ((std::vector<ReportRecord>{{{"eid", "one"}}}), impl.TakeSparePost().records);
     EXPECT_TRUE(impl.TakeSparePost().records.empty());
-}
-
-// What the completion callback saw: status and context of each finished post with a callback.
-std::vector<std::pair<uint32_t, void*>> finished;
-
-TEST_F(ReportThreadTest, FinishedPostsReachTheirCallbacksOnTheDeliveringThread) {
-    finished.clear();
-    impl.AddStartupCall(
-        [](void* worker) {
-            const auto callback = [](ReportResponed& r) {
-                finished.emplace_back(r.status, r.post->context);
-            };
-            static_cast<ReportThreadImpl*>(worker)->FinishPost(
-                new ReportPost{L"", {}, false, callback, &finished}, 15);
-            static_cast<ReportThreadImpl*>(worker)->FinishPost(new ReportPost, 0);
-        },
-        &impl);
-    Run();
-    // Results wait for the host's thread; the worker never calls back itself.
-    EXPECT_TRUE(qz_test::WaitUntil([&] {
-        impl.DeliverResults();
-        return !finished.empty();
-    }));
-    impl.Stop(5000);
-    impl.DeliverResults();
-    EXPECT_EQ((std::vector<std::pair<uint32_t, void*>>{{15, &finished}}), finished);
 }
 
 }  // namespace

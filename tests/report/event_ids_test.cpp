@@ -20,9 +20,8 @@ TEST(EventIdsTest, DescriptionsReplaceSegmentsIgnoringCase) {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"ta/tb", "ta/" + d}, {"TB", d},  {"ta//tb", "ta//" + d}, {"/tb/", "/" + d + "/"}, {"", ""},
         {"tbx", "tbx"},       {"nul", ""}};
-    for (const auto& c : cases) {
+    for (const auto& c : cases)
         EXPECT_EQ(c.second, TranslateEid(c.first)) << c.first;
-    }
     EXPECT_EQ("ta/" + d, DescribeEid("ta/tb", ""));
     EXPECT_EQ("given", DescribeEid("ta/tb", "given"));
     EXPECT_EQ("", DescribeEid("ta/tb", "ta/tb"));
@@ -67,9 +66,8 @@ TEST(RecordBuilderTest, ReusesOldKeysAndDropsTheOnesNotSetAgain) {
     EXPECT_EQ((ReportRecord{{"a", "new-a"}, {"c", "0123"}, {"d", "new-d"}, {"e", ""}}), record);
     EXPECT_EQ(bufferOfA, &record.at("a"));
     // A record with more keys than are worth reusing is emptied first.
-    for (int i = 0; i < 40; ++i) {
+    for (int i = 0; i < 40; ++i)
         record["key" + std::to_string(i)] = "v";
-    }
     RecordBuilder(record).Add("key1", "again");
     EXPECT_EQ((ReportRecord{{"key1", "again"}}), record);
 }

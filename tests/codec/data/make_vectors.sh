@@ -15,31 +15,28 @@ hex() { od -An -v -tx1 "$1" | tr -d ' \n'; }
 # PKCS#7 block that the blob format leaves out when the length is already a multiple of 16).
 # Line: name pass plain_hex hex_blob base64_blob
 aes_vector() {
-    name=$1 pass=$2 plain=$3
-    printf '%s' "$plain" > "$tmp/plain"
-    key=$(printf '%s' "$pass" | openssl dgst -md5 -r | cut -c1-32)
-    openssl enc -aes-128-cbc -K "$key" -iv "$key" -in "$tmp/plain" -out "$tmp/full"
+    printf '%s' "$3" > "$tmp/plain"
+    key=$(printf '%s' "$2" | openssl dgst -md5 -r | cut -c1-32)
     n=$(wc -c < "$tmp/plain")
-    cipher_length=$(( (n + 15) / 16 * 16 ))
-    head -c "$cipher_length" "$tmp/full" > "$tmp/cipher"
+    openssl enc -aes-128-cbc -K "$key" -iv "$key" -in "$tmp/plain" |
+        head -c $(( (n + 15) / 16 * 16 )) > "$tmp/cipher"
     length=$(printf '%08d' "$n")
-    printf '%s %s %s %s%s %s%s\n' "$name" "$pass" "$(hex "$tmp/plain")" \
+    printf '%s %s %s %s%s %s%s\n' "$1" "$2" "$(hex "$tmp/plain")" \
         "$length" "$(hex "$tmp/cipher")" "$length" "$(openssl base64 -A -in "$tmp/cipher")"
 }
 
-# DES-ECB, key = the 8 characters of the key string as bytes. `pad` pads with PKCS#7 as the
-# server does; `raw` enciphers the given block-aligned bytes as they are, to reach the padding
-# rules with chosen endings.
+# DES-ECB, key = the 8 characters of the key string as bytes. Mode `pad` pads with PKCS#7 as
+# the server does; `raw` enciphers the given block-aligned bytes as they are, to reach the
+# padding rules with chosen endings.
 # Line: name key cipher_base64 expected_plain_hex
-des_vector() {
-    name=$1 key=$2 mode=$3 plain=$4 expected=$5
-    printf "$plain" > "$tmp/plain"
-    keyhex=$(printf '%s' "$key" | od -An -v -tx1 | tr -d ' \n')
-    if [ "$mode" = raw ]; then nopad=-nopad; else nopad=; fi
-    openssl enc -des-ecb -provider legacy -provider default $nopad -K "$keyhex" \
+des_vector() {  # name key mode plain expected
+    printf "$4" > "$tmp/plain"
+    printf "$5" > "$tmp/expected"
+    printf '%s' "$2" > "$tmp/key"
+    if [ "$3" = raw ]; then nopad=-nopad; else nopad=; fi
+    openssl enc -des-ecb -provider legacy -provider default $nopad -K "$(hex "$tmp/key")" \
         -in "$tmp/plain" -out "$tmp/cipher"
-    printf "$expected" > "$tmp/expected"
-    printf '%s %s %s %s\n' "$name" "$key" "$(openssl base64 -A -in "$tmp/cipher")" \
+    printf '%s %s %s %s\n' "$1" "$2" "$(openssl base64 -A -in "$tmp/cipher")" \
         "$(hex "$tmp/expected")"
 }
 

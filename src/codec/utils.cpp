@@ -117,7 +117,7 @@ bool EnsureDirectory(const std::string& path) {
         if (separator != std::string::npos && separator != 0 && separator + 1 == level->size()) {
             continue;
         }
-        if (port::CreateDirectory(*level) == port::CreateDirectoryResult::kFailed) {
+        if (port::MakeDirectory(*level) == port::MakeDirectoryResult::kFailed) {
             return false;
         }
     }

@@ -16,7 +16,7 @@ enum class PathKind {
 // What stands at `path` (following symbolic links). Any thread.
 PathKind GetPathKind(const std::string& path);
 
-enum class CreateDirectoryResult {
+enum class MakeDirectoryResult {
     kCreated,
     kAlreadyExists,  // something (a directory or not) already stands at `path`
     kFailed,         // missing parent, no permission, or any other error
@@ -26,7 +26,7 @@ enum class CreateDirectoryResult {
 bool RemoveFile(const std::string& path);
 
 // Creates the one directory `path`; its parent must exist. Any thread.
-CreateDirectoryResult CreateDirectory(const std::string& path);
+MakeDirectoryResult MakeDirectory(const std::string& path);
 
 }  // namespace port
 }  // namespace qzdata_report_kelvo

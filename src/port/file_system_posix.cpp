@@ -21,12 +21,12 @@ bool RemoveFile(const std::string& path) {
     return !path.empty() && ::unlink(path.c_str()) == 0;
 }
 
-CreateDirectoryResult CreateDirectory(const std::string& path) {
+MakeDirectoryResult MakeDirectory(const std::string& path) {
     // The umask narrows the mode, as the default security of a new Windows directory would.
     if (::mkdir(path.c_str(), 0777) == 0) {
-        return CreateDirectoryResult::kCreated;
+        return MakeDirectoryResult::kCreated;
     }
-    return errno == EEXIST ? CreateDirectoryResult::kAlreadyExists : CreateDirectoryResult::kFailed;
+    return errno == EEXIST ? MakeDirectoryResult::kAlreadyExists : MakeDirectoryResult::kFailed;
 }
 
 }  // namespace port

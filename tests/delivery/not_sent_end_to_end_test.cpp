@@ -1,6 +1,5 @@
 // Not-sent reports across processes: this binary runs twice more, to pack and to post the pack.
 #include <gmock/gmock.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -10,6 +9,7 @@
 #include "qzdata_report.h"
 #include "report/report_object.h"
 #include "support/http_test_server.h"
+#include "support/test_platform.h"
 #include "support/wait.h"
 
 namespace qzdata_report_kelvo {
@@ -52,17 +52,20 @@ TEST(NotSentEndToEndTest, HelperProcess) {
 }
 
 TEST(NotSentEndToEndTest, APackWrittenAfterExitIsPostedByTheNextRunThatNamesIt) {
-    std::string dir = testing::TempDir() + "not-sent-XXXXXX";
-    ASSERT_NE(mkdtemp(&dir[0]), nullptr);
-    char self[4096] = {};
-    ASSERT_GT(readlink("/proc/self/exe", self, sizeof(self) - 1), 0);
+    const std::string dir = qz_test::MakeTempFolder("not-sent");
+    ASSERT_FALSE(dir.empty());
     // True when the helper passed; one that skipped would leave the file's presence wrong.
-    const auto RunHelper = [&](const std::string& role) {
-        const std::string command = "QZ_TEST_PACK_ROLE=" + role + " QZ_TEST_PACK_PATH='" + dir +
-                                    "/reports.pack' XDG_CONFIG_HOME='" + dir + "' XDG_DATA_HOME='" +
-                                    dir + "' '" + self +
-                                    "' --gtest_filter=NotSentEndToEndTest.HelperProcess";
-        return std::system(command.c_str()) == 0;
+    const auto RunHelper = [&](const char* role) {
+        qz_test::SetEnv("QZ_TEST_PACK_ROLE", role);
+        qz_test::SetEnv("QZ_TEST_PACK_PATH", (dir + "/reports.pack").c_str());
+        for (const char* home : {"XDG_CONFIG_HOME", "XDG_DATA_HOME"}) {
+            qz_test::SetEnv(home, dir.c_str());
+        }
+        const std::string command =
+            "\"" + qz_test::SelfPath() + "\" --gtest_filter=NotSentEndToEndTest.HelperProcess";
+        const bool passed = std::system(command.c_str()) == 0;
+        qz_test::SetEnv("QZ_TEST_PACK_ROLE", nullptr);
+        return passed;
     };
     ASSERT_TRUE(RunHelper("write"));
     ASSERT_TRUE(std::filesystem::exists(dir + "/reports.pack"));

@@ -1,14 +1,13 @@
 #include "net/http_client.h"
 
 #include <gtest/gtest.h>
-#include <netdb.h>
 
-#include <cerrno>
 #include <thread>
 #include <tuple>
 #include <vector>
 
 #include "net/net_test_util.h"
+#include "support/test_platform.h"
 
 namespace qzdata_report_kelvo {
 namespace {
@@ -51,18 +50,19 @@ TEST_F(HttpClientTest, FailuresBeforeAnyContactAndWhileConnectingOrSending) {
     CHttpClient::CleanupWinsock();
     EXPECT_EQ(Reply(client).code, net::kResultNotStarted);
     ASSERT_TRUE(CHttpClient::StartupWinsock());
+    int unusable = 0;
     for (int mode : {0, 1, 2}) {
         client.SetResolverForTesting(
-            [mode](const std::string& host, const std::string& service, port::AddrInfo** list) {
+            [&, mode](const std::string& host, const std::string& service, port::AddrInfo** list) {
                 if (mode != 1 && port::ResolveStream(host, service, list) == 0 && mode == 2) {
-                    reinterpret_cast<addrinfo*>(*list)->ai_protocol = IPPROTO_UDP;
+                    unusable = qz_test::SpoilStreamEntry(*list);
                 }
                 return mode == 0 ? -2 : 0;
             });
         EXPECT_EQ(Reply(client).code,
                   mode == 2 ? net::kResultSocketFailed : net::kResultResolveFailed);
     }
-    EXPECT_EQ(client.GetLastError(), EPROTONOSUPPORT);
+    EXPECT_EQ(client.GetLastError(), unusable);
     client.SetHost("");
     EXPECT_EQ(Reply(client).code, net::kResultEmptyHost);
     EXPECT_FALSE(WaitUntil([&] { return server->ConnectionCount() > 0; }, 100));

@@ -45,5 +45,8 @@ void ShutdownBoth(TestSocket socket);
 // The next close sends a reset instead of an orderly end.
 void ResetOnClose(TestSocket socket);
 void CloseTestSocket(TestSocket socket);
+// Makes the first entry of a resolver list (the platform's addrinfo) ask for UDP over a stream
+// socket, which no socket can be made for; returns the error that making one then fails with.
+int SpoilStreamEntry(void* list);
 
 }  // namespace qz_test

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -10,6 +11,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 
 #include "support/wait.h"
@@ -115,6 +117,11 @@ void CloseTestSocket(TestSocket socket) {
     if (socket != kNoSocket) {
         close(static_cast<int>(socket));
     }
+}
+
+int SpoilStreamEntry(void* list) {
+    static_cast<addrinfo*>(list)->ai_protocol = IPPROTO_UDP;
+    return EPROTONOSUPPORT;
 }
 
 }  // namespace qz_test

@@ -169,4 +169,9 @@ void CloseTestSocket(TestSocket socket) {
     }
 }
 
+int SpoilStreamEntry(void* list) {
+    static_cast<addrinfo*>(list)->ai_protocol = IPPROTO_UDP;
+    return WSAEPROTONOSUPPORT;
+}
+
 }  // namespace qz_test

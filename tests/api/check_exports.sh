@@ -2,13 +2,21 @@
 # Every function the shared library exports must be declared with QZ_EXPORT in the exported
 # header and defined in src/api with its body run through Guarded or GuardedVoid, so that no
 # exception crosses the interface. Fails with the offending names otherwise.
-#   check_exports.sh <libqzdata_report.so> <exported header> <src/api folder>
+#   check_exports.sh <libqzdata_report.so | qzdata_report.dll> <exported header> <src/api folder>
+#                    [objdump of the DLL's platform]
 set -euo pipefail
-library=$1 header=$2 api=$3
+library=$1 header=$2 api=$3 objdump=${4:-objdump}
 
-names=$(nm -D --defined-only "$library" | awk '{ print $3 }' | c++filt |
+if [[ $library == *.dll ]]; then  # the export table of the DLL: every name in it is a function
+  exported=$("$objdump" -p "$library" | sed -n '/\[Ordinal\/Name Pointer\] Table/,/^$/p' |
+    sed -E -n 's/^[[:space:]]*\[ *[0-9]+\] //p')
+  total=$(wc -l <<<"$exported")
+else
+  exported=$(nm -D --defined-only "$library" | awk '{ print $3 }')
+  total=$(nm -D --defined-only "$library" | awk '$2 ~ /^[TW]$/' | wc -l)
+fi
+names=$(c++filt <<<"$exported" |
   sed -E -n 's/^qzdata_report_kelvo(_internal)?::([A-Za-z0-9_]+)(\[abi:cxx11\])?\(.*/\2/p' | sort -u)
-total=$(nm -D --defined-only "$library" | awk '$2 ~ /^[TW]$/' | wc -l)
 [ -n "$names" ] || { echo "no exported functions found in $library" >&2; exit 1; }
 
 failed=0

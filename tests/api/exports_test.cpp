@@ -83,13 +83,14 @@ TEST(ExportsTest, EachReportSendsItsIdAndKeysWithoutTheOlderLibrary) {
     SetValue("k", "w");
     SetWideValue("k", L"\u00e9");
     SetDWORD("k", 0);
-    SetDWORD("big", 0x100012345ul);
+    const unsigned long wide = static_cast<unsigned long>(0x100012345ull);  // 32 bits on Windows
+    SetDWORD("big", wide);
     EXPECT_TRUE(GetValue("k") == "w" && GetWideValue("k") == L"\u00e9" && GetValue("K").empty());
     EXPECT_TRUE(GetDWORD("k", value) && GetDWORD("big", big));
     EXPECT_EQ(std::make_pair(0ul, 0x12345ul), std::make_pair(value, big));
     EXPECT_EQ((std::vector<std::string>{"SetValue(\"k\", \"v\")", "SetValue(\"k\", \"w\")",
                                         "SetWideValue(\"k\", L\"\xE9\")", "SetDWORD(\"k\", 0)",
-                                        "SetDWORD(\"big\", 4295041861)"}),
+                                        "SetDWORD(\"big\", " + std::to_string(wide) + ")"}),
               qz_fake_legacy::Take());
     SetLegacyFunctionsForTesting(nullptr);
 }

@@ -4,7 +4,7 @@
 On Windows a refused connection is not reported to the wait for writability that the network
 client uses: it shows as a time-out, seconds later. Tests written against servers that are
 simply absent would wait out that time-out at every attempt. This keeps a listener on each
-address and port that answers every connection by resetting it at once, which the client sees
+address and port that answers every request by resetting its connection, which the client sees
 as the prompt failure that an absent server gives on Linux.
 
     closed_doors.py start <pid file> <ports> <addresses>   (comma-separated lists)
@@ -20,17 +20,25 @@ import time
 
 
 def serve(listeners):
+    # A connection is reset once its request (or its end) arrives, not at once: a reset that
+    # beat the end of the client's connect would leave the connect itself failed, which Windows
+    # again reports only as a time-out.
     selector = selectors.DefaultSelector()
     for listener in listeners:
-        selector.register(listener, selectors.EVENT_READ)
+        selector.register(listener, selectors.EVENT_READ, "listener")
     while True:
         for key, _ in selector.select():
-            try:
-                connection, _ = key.fileobj.accept()
-            except OSError:
-                continue
-            connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
-            connection.close()
+            if key.data == "listener":
+                try:
+                    connection, _ = key.fileobj.accept()
+                except OSError:
+                    continue
+                selector.register(connection, selectors.EVENT_READ, "connection")
+            else:
+                selector.unregister(key.fileobj)
+                key.fileobj.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER,
+                                       struct.pack("ii", 1, 0))
+                key.fileobj.close()
 
 
 def start(pid_file, ports, addresses):

@@ -14,7 +14,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <thread>
+
+#include "host_loop.h"
 
 namespace qr = qzdata_report_kelvo;
 
@@ -103,7 +104,7 @@ int main(int argc, char** argv) {
     Report("SendEventWithGameInfo",
            qr::SendEventWithGameInfo("play", "lobby", L"chess", L"s1", L"menu/quick", L""));
 
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    RunHostLoopFor(std::chrono::milliseconds(200));
     Report("PostEventDurEnd", qr::PostEventDurEnd(L"showup", L"first window shown"));
 
     const std::string machineId = qr::GetMachineIdTimeout(3000);
@@ -111,7 +112,7 @@ int main(int argc, char** argv) {
                 qzdata_report_kelvo_internal::GetMachineId().c_str());
 
     std::printf("running %d s (heartbeat every %u ms)\n", seconds, heartbeatMs);
-    std::this_thread::sleep_for(std::chrono::seconds(seconds));
+    RunHostLoopFor(std::chrono::seconds(seconds));
     qr::Exit(true, 3000);
     std::printf("reports queued: %d of %d\n", taken, made);
     return taken == made ? 0 : 1;

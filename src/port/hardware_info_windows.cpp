@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <mutex>
 
 #if defined(__i386__) || defined(__x86_64__)
 #include <cpuid.h>
@@ -299,12 +300,15 @@ bool ReadTextProperty(IWbemClassObject* object, const wchar_t* name, std::wstrin
 }
 
 // Runs `query` on the thread's session and hands each object to `visit`, in the service's
-// order; nothing without a session or when the query fails.
+// order; nothing without a session or when the query fails. One query at a time in the process:
+// some providers (Wine's among them) fill their tables without a lock of their own.
 template <class Visit>
 void ForEachObject(const std::wstring& query, Visit&& visit) {
     if (session.services == nullptr) {
         return;
     }
+    static std::mutex queries;
+    std::lock_guard<std::mutex> serialized(queries);
     const Bstr language(L"WQL");
     const Bstr text(query);
     ComRef<IEnumWbemClassObject> objects;
@@ -588,9 +592,9 @@ void QueryManagementRows(ManagementTable table, std::vector<std::vector<std::str
     std::vector<const wchar_t*> properties;
     switch (table) {
         case ManagementTable::kDiskDrives:
-            query =
-                L"SELECT * FROM Win32_DiskDrive WHERE InterfaceType = 'IDE' OR InterfaceType = "
-                L"'SCSI'";
+            // The interface is tested here rather than in the query: a provider that evaluates
+            // the condition itself has been seen to fault on it.
+            query = L"SELECT * FROM Win32_DiskDrive";
             properties = {L"Model", L"SerialNumber"};
             break;
         case ManagementTable::kBios:
@@ -603,6 +607,12 @@ void QueryManagementRows(ManagementTable table, std::vector<std::vector<std::str
             break;
     }
     ForEachObject(query, [&](IWbemClassObject* object) {
+        std::wstring bus;
+        if (table == ManagementTable::kDiskDrives &&
+            !(ReadTextProperty(object, L"InterfaceType", bus) &&
+              (bus == L"IDE" || bus == L"SCSI"))) {
+            return;
+        }
         std::vector<std::string> row;
         for (const wchar_t* property : properties) {
             std::wstring value;

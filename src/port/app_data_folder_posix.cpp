@@ -5,7 +5,7 @@
 namespace qzdata_report_kelvo {
 namespace port {
 
-std::string GetAppDataFolder() {
+std::string PlatformAppDataFolder() {
     const char* dataHome = std::getenv("XDG_DATA_HOME");
     if (dataHome != nullptr && dataHome[0] != '\0') {
         return dataHome;

@@ -7,7 +7,7 @@
 namespace qzdata_report_kelvo {
 namespace port {
 
-std::string GetAppDataFolder() {
+std::string PlatformAppDataFolder() {
     char buffer[MAX_PATH] = {};
     // The folder is created when the profile does not have it yet, so that the log folders
     // below it can be made.

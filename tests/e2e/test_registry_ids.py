@@ -30,6 +30,7 @@ class RegistryIdsTest(unittest.TestCase):
                 finally:
                     collector.stop()
             self.assertEqual(demo.returncode, 0, demo.stdout + demo.stderr)
+            self.assertIn("machine id: ", demo.stdout, demo.stderr)
             ids.append(demo.stdout.split("machine id: ", 1)[1].split()[0])
         self.assertRegex(ids[0], HEX32)
         self.assertEqual(ids[0], ids[1])

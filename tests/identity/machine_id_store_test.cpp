@@ -2,64 +2,43 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <string>
 #include <tuple>
-#include <utility>
-#include <vector>
 
 #include "identity/hardware_id_store.h"
 #include "identity/probe_text.h"
 #include "identity/probes.h"
+#include "support/test_platform.h"
 
 namespace qzdata_report_kelvo {
 namespace {
 
-namespace fs = std::filesystem;
 using namespace std::string_literals;
 using Bytes = std::optional<std::string>;  // a stored value's bytes; nullopt: no value
 
-const char kOld[] = "software/norvik/qzdata_report/mid";
-const char kNew[] = "software/norvik/qzdata_report_kelvo/mid";
-const char kHardware[] = "software/norvik/datareportsdk/mid_2";
+const char kOld[] = "SOFTWARE\\norvik\\qzdata_report";
+const char kNew[] = "SOFTWARE\\norvik\\qzdata_report_kelvo";
+const char kHardware[] = "Software\\norvik\\datareportsdk";
 const std::string kDigits = "0123456789abcdef0123456789abcdef";
 
 const auto Z = [](const std::string& text) { return text + '\0'; };
 const auto Md5 = DigestMachineText;
 
-// Every test runs against a store of its own under a temporary HOME.
+// Every test runs against a store of its own; Put and Read reach its values without the library.
 struct UserStoreTest : ::testing::Test {
-    void SetUp() override {
-        for (const char* name : {"HOME", "XDG_CONFIG_HOME"})
-            saved.emplace_back(name, std::getenv(name) ? Bytes(std::getenv(name)) : std::nullopt);
-        char pattern[] = "/tmp/qz_user_store_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        home = pattern;
-        setenv("HOME", pattern, 1);
-        unsetenv("XDG_CONFIG_HOME");
+    void SetUp() override { qz_test::IsolateUserStore(); }
+    void TearDown() override { qz_test::RestoreUserStore(); }
+    static void Put(const char* key, const Bytes& bytes) {
+        if (bytes)
+            qz_test::WriteUserStoreValue(key, key == kHardware ? "mid_2" : "mid", *bytes);
     }
-    void TearDown() override {
-        for (const auto& [name, value] : saved)
-            value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
-        fs::remove_all(home);
+    static Bytes Read(const char* key) {
+        std::string bytes;
+        return qz_test::ReadUserStoreValue(key, key == kHardware ? "mid_2" : "mid", &bytes)
+                   ? Bytes(bytes)
+                   : std::nullopt;
     }
-    std::string Path(const std::string& value) const { return home + "/.config/" + value; }
-    void Put(const std::string& value, const Bytes& bytes) {
-        if (bytes) {
-            fs::create_directories(fs::path(Path(value)).parent_path());
-            std::ofstream(Path(value), std::ios::binary) << *bytes;
-        }
-    }
-    Bytes Read(const std::string& value) const {
-        std::ifstream in(Path(value), std::ios::binary);
-        return in ? Bytes(std::string(std::istreambuf_iterator<char>(in), {})) : std::nullopt;
-    }
-
-    std::vector<std::pair<std::string, Bytes>> saved;
-    std::string home;
 };
 
 TEST_F(UserStoreTest, MachineIdPrecedenceAndRepair) {
@@ -79,7 +58,7 @@ TEST_F(UserStoreTest, MachineIdPrecedenceAndRepair) {
     };
     for (const auto& [name, old, now, id, oldAfter, newAfter] : cases) {
         SCOPED_TRACE(name);
-        fs::remove_all(home + "/.config");
+        qz_test::IsolateUserStore();
         Put(kOld, old);
         Put(kNew, now);
         int derivations = 0;
@@ -88,15 +67,6 @@ TEST_F(UserStoreTest, MachineIdPrecedenceAndRepair) {
         EXPECT_EQ(Read(kOld), oldAfter);
         EXPECT_EQ(Read(kNew), newAfter);
     }
-}
-
-TEST_F(UserStoreTest, FilesArePrivateAndWrittenWhole) {
-    ObtainStoredMachineId([] { return std::string("d"); });
-    for (const char* folder : {"", "software", "software/norvik", "software/norvik/qzdata_report"})
-        EXPECT_EQ(fs::status(Path(folder)).permissions(), fs::perms::owner_all) << folder;
-    EXPECT_EQ(fs::status(Path(kOld)).permissions(), fs::perms::owner_read | fs::perms::owner_write);
-    const fs::directory_iterator entries(Path("software/norvik/qzdata_report"));
-    EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
 }
 
 struct FakeProbes : HardwareProbes {
@@ -137,7 +107,7 @@ TEST_F(UserStoreTest, HardwareIdSourcesAndCache) {
     };
     for (const auto& [serviceOk, kept, id] : cases) {
         SCOPED_TRACE(testing::Message() << serviceOk << " " << kept.value_or("(none)"));
-        fs::remove_all(home + "/.config");
+        qz_test::IsolateUserStore();
         Put(kHardware, kept);
         FakeProbes probes(serviceOk);
         EXPECT_EQ(BuildHardwareId(probes), id);

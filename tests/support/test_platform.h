@@ -49,4 +49,23 @@ void CloseTestSocket(TestSocket socket);
 // socket, which no socket can be made for; returns the error that making one then fails with.
 int SpoilStreamEntry(void* list);
 
+// The library's per-user store (files under the config home on POSIX, the current user's
+// registry on Windows) moved to a fresh, empty place of the calling test's own; each call starts
+// another. Fails the calling test when it cannot.
+void IsolateUserStore();
+// The usual store back; the test's own place is deleted.
+void RestoreUserStore();
+// The stored bytes of the value `name` of the key `path` (levels joined by '\'); false when
+// there is none.
+bool ReadUserStoreValue(const std::string& path, const std::string& name, std::string* bytes);
+// Stores `bytes` as the text value `name` of the key `path`, creating the key.
+void WriteUserStoreValue(const std::string& path, const std::string& name,
+                         const std::string& bytes);
+// Whether the file or folder `path` is open to its owner alone: mode 0600 or 0700 on POSIX, an
+// access list that grants the current user alone on Windows.
+bool IsPrivateToUser(const std::string& path);
+// False where the system keeps no access rights of files to check (Wine keeps no access lists:
+// it reports one made from the file's mode, whatever was set).
+bool FileAccessIsKept();
+
 }  // namespace qz_test

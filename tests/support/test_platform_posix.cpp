@@ -125,3 +125,80 @@ int SpoilStreamEntry(void* list) {
 }
 
 }  // namespace qz_test
+
+#include <sys/stat.h>
+
+#include <cctype>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
+
+namespace qz_test {
+
+namespace {
+
+// The test's own home, and the variables it replaced (nullopt: unset), while one is in place.
+struct StoreHome {
+    std::string folder;
+    std::optional<std::string> home, configHome;
+};
+std::optional<StoreHome> storeHome;
+
+std::optional<std::string> GetEnv(const char* name) {
+    const char* value = std::getenv(name);
+    return value != nullptr ? std::optional<std::string>(value) : std::nullopt;
+}
+
+std::string ValuePath(const std::string& path, const std::string& name) {
+    std::string file = storeHome ? storeHome->folder + "/.config/" : std::string();
+    for (char c : path + '\\' + name) {
+        file += c == '\\' ? '/' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
+    return file;
+}
+
+}  // namespace
+
+void IsolateUserStore() {
+    RestoreUserStore();
+    storeHome = StoreHome{MakeTempFolder("store"), GetEnv("HOME"), GetEnv("XDG_CONFIG_HOME")};
+    SetEnv("HOME", storeHome->folder.c_str());
+    SetEnv("XDG_CONFIG_HOME", nullptr);
+}
+
+void RestoreUserStore() {
+    if (storeHome) {
+        std::error_code ignored;
+        std::filesystem::remove_all(storeHome->folder, ignored);
+        SetEnv("HOME", storeHome->home ? storeHome->home->c_str() : nullptr);
+        SetEnv("XDG_CONFIG_HOME", storeHome->configHome ? storeHome->configHome->c_str() : nullptr);
+        storeHome.reset();
+    }
+}
+
+bool ReadUserStoreValue(const std::string& path, const std::string& name, std::string* bytes) {
+    std::ifstream in(ValuePath(path, name), std::ios::binary);
+    *bytes = in ? std::string(std::istreambuf_iterator<char>(in), {}) : std::string();
+    return static_cast<bool>(in);
+}
+
+void WriteUserStoreValue(const std::string& path, const std::string& name,
+                         const std::string& bytes) {
+    const std::string file = ValuePath(path, name);
+    std::filesystem::create_directories(std::filesystem::path(file).parent_path());
+    std::ofstream(file, std::ios::binary) << bytes;
+}
+
+bool FileAccessIsKept() {
+    return true;
+}
+
+bool IsPrivateToUser(const std::string& path) {
+    struct stat info;
+    return ::stat(path.c_str(), &info) == 0 &&
+           (info.st_mode & 0777) == (S_ISDIR(info.st_mode) ? 0700u : 0600u);
+}
+
+}  // namespace qz_test

@@ -175,3 +175,104 @@ int SpoilStreamEntry(void* list) {
 }
 
 }  // namespace qz_test
+
+#include <aclapi.h>
+
+#include <memory>
+#include <vector>
+
+namespace qz_test {
+
+namespace {
+
+// The key that stands for HKEY_CURRENT_USER while a test's own store is in place; one per
+// process, as test programs may run side by side in one Wine prefix.
+HKEY storeRoot = nullptr;
+
+std::string StoreKeyName() {
+    return "Software\\qz_test_store_" + std::to_string(GetCurrentProcessId());
+}
+
+}  // namespace
+
+void IsolateUserStore() {
+    RestoreUserStore();
+    if (RegCreateKeyExA(HKEY_CURRENT_USER, StoreKeyName().c_str(), 0, nullptr, 0, KEY_ALL_ACCESS,
+                        nullptr, &storeRoot, nullptr) != ERROR_SUCCESS ||
+        RegOverridePredefKey(HKEY_CURRENT_USER, storeRoot) != ERROR_SUCCESS) {
+        ADD_FAILURE() << "no store of the test's own";
+    }
+}
+
+void RestoreUserStore() {
+    if (storeRoot != nullptr) {
+        RegOverridePredefKey(HKEY_CURRENT_USER, nullptr);
+        RegCloseKey(storeRoot);
+        storeRoot = nullptr;
+        RegDeleteTreeA(HKEY_CURRENT_USER, StoreKeyName().c_str());
+    }
+}
+
+bool ReadUserStoreValue(const std::string& path, const std::string& name, std::string* bytes) {
+    HKEY key = nullptr;
+    DWORD size = 0;
+    bool found =
+        RegOpenKeyExA(HKEY_CURRENT_USER, path.c_str(), 0, KEY_QUERY_VALUE, &key) == ERROR_SUCCESS &&
+        RegQueryValueExA(key, name.c_str(), nullptr, nullptr, nullptr, &size) == ERROR_SUCCESS;
+    bytes->assign(size, '\0');
+    found =
+        found && RegQueryValueExA(key, name.c_str(), nullptr, nullptr,
+                                  reinterpret_cast<BYTE*>(&(*bytes)[0]), &size) == ERROR_SUCCESS;
+    bytes->resize(found ? size : 0);
+    RegCloseKey(key);
+    return found;
+}
+
+void WriteUserStoreValue(const std::string& path, const std::string& name,
+                         const std::string& bytes) {
+    // The registry adds a zero to a text whose last byte is none when the byte behind it is one:
+    // the copy's extra byte, not stored, is none.
+    const std::string copy = bytes + '\1';
+    HKEY key = nullptr;
+    if (RegCreateKeyExA(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr,
+                        &key, nullptr) != ERROR_SUCCESS ||
+        RegSetValueExA(key, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(copy.data()),
+                       static_cast<DWORD>(bytes.size())) != ERROR_SUCCESS) {
+        ADD_FAILURE() << "cannot store " << path << "\\" << name;
+    }
+    RegCloseKey(key);
+}
+
+bool FileAccessIsKept() {
+    return GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") == nullptr;
+}
+
+bool IsPrivateToUser(const std::string& path) {
+    // Every entry of the access list grants, and grants the user this process runs as.
+    HANDLE token = nullptr;
+    DWORD size = 0;
+    OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token);
+    GetTokenInformation(token, TokenUser, nullptr, 0, &size);
+    std::vector<unsigned char> user(size + 1);
+    const bool known = GetTokenInformation(token, TokenUser, user.data(), size, &size) != 0;
+    CloseHandle(token);
+    PACL acl = nullptr;
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    if (!known ||
+        GetNamedSecurityInfoA(path.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
+                              nullptr, &acl, nullptr, &descriptor) != ERROR_SUCCESS) {
+        return false;
+    }
+    const std::unique_ptr<void, HLOCAL (*)(HLOCAL)> owned(descriptor, LocalFree);
+    bool alone = acl != nullptr && acl->AceCount > 0;
+    for (WORD i = 0; alone && i < acl->AceCount; ++i) {
+        void* entry = nullptr;
+        alone = GetAce(acl, i, &entry) &&
+                static_cast<ACE_HEADER*>(entry)->AceType == ACCESS_ALLOWED_ACE_TYPE &&
+                EqualSid(&static_cast<ACCESS_ALLOWED_ACE*>(entry)->SidStart,
+                         reinterpret_cast<TOKEN_USER*>(user.data())->User.Sid);
+    }
+    return alone;
+}
+
+}  // namespace qz_test

@@ -4,32 +4,25 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <thread>
+#include <tuple>
 
 namespace qzdata_report_kelvo {
 namespace port {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 // Both adapter lists: 6-byte addresses in ascending index order; every NetBIOS adapter is one
 // of the adapter list's, under the same address.
 TEST(HardwareInfoWindowsTest, AdapterListsAgree) {
     std::vector<NetworkAdapter> lanas{{99, {1}}}, adapters{{99, {1}}};
-    const bool lanasListed = ListNetworkInterfaces(lanas);
+    EXPECT_TRUE(ListNetworkInterfaces(lanas) || lanas.empty());
     ASSERT_TRUE(ListLinkLayerAdapters(adapters));
     for (const auto* list : {&lanas, &adapters}) {
         for (size_t i = 0; i < list->size(); ++i) {
             EXPECT_EQ((*list)[i].address.size(), 6u);
-            if (i > 0) {
-                EXPECT_LT((*list)[i - 1].index, (*list)[i].index);
-            }
+            EXPECT_TRUE(i == 0 || (*list)[i - 1].index < (*list)[i].index);
         }
-    }
-    if (!lanasListed) {
-        EXPECT_TRUE(lanas.empty());
     }
     for (const NetworkAdapter& lana : lanas) {
         EXPECT_TRUE(std::any_of(adapters.begin(), adapters.end(),
@@ -38,44 +31,20 @@ TEST(HardwareInfoWindowsTest, AdapterListsAgree) {
     }
 }
 
-// Disks and firmware answer within a bound, with whole identify records and a whole view (or
-// nothing, where the process may not read them).
-TEST(HardwareInfoWindowsTest, RawDiskAndFirmwareShapes) {
-    const Clock::time_point start = Clock::now();
-    const std::vector<DiskIdentity> disks = ListDisks();
-    const FirmwareAnswer firmware = ReadFirmware();
-    EXPECT_LT(Clock::now() - start, std::chrono::seconds(10));
-    EXPECT_LE(disks.size(), 8u);
-    for (const DiskIdentity& disk : disks)
-        EXPECT_EQ(disk.identify.size(), 512u);
-    EXPECT_TRUE(firmware.memoryView.empty() || firmware.memoryView.size() == 0xFFFF);
-    EXPECT_EQ(GetKernelRelease(), "");
-}
-
-// The version facts agree with the system's own answers; below 6.2 the system does not hide
-// its version, so ntdll's product version is the same one.
+// The version facts agree with the system's own answers.
 TEST(HardwareInfoWindowsTest, VersionFacts) {
     WindowsVersionFacts facts;
-    facts.ntdllProductVersionMs = 77;
     ASSERT_TRUE(QueryWindowsVersion(facts));
     OSVERSIONINFOEXW system = {};
     system.dwOSVersionInfoSize = sizeof system;
     ASSERT_TRUE(::GetVersionExW(reinterpret_cast<OSVERSIONINFOW*>(&system)));
     SYSTEM_INFO native = {};
     ::GetNativeSystemInfo(&native);
-    EXPECT_TRUE(facts.versionKnown && facts.extendedRecord);
-    EXPECT_EQ(facts.platformId, 2u);
-    EXPECT_EQ(facts.major, system.dwMajorVersion);
-    EXPECT_EQ(facts.minor, system.dwMinorVersion);
-    EXPECT_EQ(facts.productType, system.wProductType);
-    EXPECT_EQ(facts.processorArchitecture, native.wProcessorArchitecture);
-    EXPECT_EQ(facts.serverR2, ::GetSystemMetrics(SM_SERVERR2));
-    ASSERT_TRUE(facts.ntdllVersionKnown);
-    if (facts.major * 100 + facts.minor < 602) {
-        EXPECT_EQ(facts.ntdllProductVersionMs, facts.major << 16 | facts.minor);
-    } else {
-        EXPECT_GE(facts.ntdllProductVersionMs, 6u << 16 | 2);
-    }
+    EXPECT_TRUE(facts.versionKnown && facts.extendedRecord && facts.ntdllVersionKnown);
+    EXPECT_EQ(std::make_tuple(facts.major, facts.minor, facts.productType,
+                              facts.processorArchitecture, facts.serverR2),
+              std::make_tuple(system.dwMajorVersion, system.dwMinorVersion, system.wProductType,
+                              native.wProcessorArchitecture, ::GetSystemMetrics(SM_SERVERR2)));
 }
 
 std::vector<std::vector<std::string>> Rows(ManagementTable table) {
@@ -90,26 +59,15 @@ std::vector<std::string> Values(SerialFact fact) {
     return values;
 }
 
-// Queries answer only on a thread with an open session, and replace what they are given.
-TEST(HardwareInfoWindowsTest, SessionsBelongToTheirThread) {
+// Queries answer only on a thread with an open session and replace what they are given; rows
+// have one value per property of their table; the volume serials hold the system's own.
+TEST(HardwareInfoWindowsTest, SessionsRowsAndFacts) {
     EXPECT_TRUE(Rows(ManagementTable::kBios).empty());
     EXPECT_TRUE(Values(SerialFact::kSystemSerial).empty());
     ASSERT_TRUE(OpenManagementSession());
     ASSERT_TRUE(OpenManagementSession());  // reopening replaces the session
     EXPECT_EQ(Rows(ManagementTable::kBios).size(), 1u);
     std::thread([] { EXPECT_TRUE(Rows(ManagementTable::kBios).empty()); }).join();
-    CloseManagementSession();
-    EXPECT_TRUE(Rows(ManagementTable::kBios).empty());
-    std::thread([] {
-        ASSERT_TRUE(OpenManagementSession());
-        EXPECT_EQ(Values(SerialFact::kSystemSerial).size(), 1u);
-        CloseManagementSession();
-    }).join();
-}
-
-// Rows have one value per property of their table; the facts match the system's own answers.
-TEST(HardwareInfoWindowsTest, RowsAndFacts) {
-    ASSERT_TRUE(OpenManagementSession());
     const std::pair<ManagementTable, size_t> widths[] = {{ManagementTable::kDiskDrives, 2},
                                                          {ManagementTable::kBios, 2},
                                                          {ManagementTable::kBaseBoard, 3}};
@@ -124,16 +82,8 @@ TEST(HardwareInfoWindowsTest, RowsAndFacts) {
     std::snprintf(text, sizeof text, "%08X", static_cast<unsigned>(serial));
     const std::vector<std::string> volumes = Values(SerialFact::kVolumeSerial);
     EXPECT_NE(std::find(volumes.begin(), volumes.end(), text), volumes.end()) << text;
-    for (SerialFact fact :
-         {SerialFact::kDiskDeviceIds, SerialFact::kSoundDeviceIds, SerialFact::kVideoDeviceIds}) {
-        for (const std::string& id : Values(fact))
-            EXPECT_NE(id.find('\\'), std::string::npos) << id;  // a device instance path
-    }
-    std::vector<std::vector<uint8_t>> addresses{{1}};
-    QueryPciAdapterAddresses(addresses);
-    for (const auto& address : addresses)
-        EXPECT_TRUE(address.size() == 6 || address.size() == 8);
     CloseManagementSession();
+    EXPECT_TRUE(Rows(ManagementTable::kBios).empty());
 }
 
 }  // namespace

@@ -592,8 +592,8 @@ void QueryManagementRows(ManagementTable table, std::vector<std::vector<std::str
     std::vector<const wchar_t*> properties;
     switch (table) {
         case ManagementTable::kDiskDrives:
-            // The interface is tested here rather than in the query: a provider that evaluates
-            // the condition itself has been seen to fault on it.
+            // IDE and SCSI disks are told by their device id rather than by InterfaceType: a
+            // provider (Wine's) has been seen to fault when that property is read or tested.
             query = L"SELECT * FROM Win32_DiskDrive";
             properties = {L"Model", L"SerialNumber"};
             break;
@@ -607,10 +607,10 @@ void QueryManagementRows(ManagementTable table, std::vector<std::vector<std::str
             break;
     }
     ForEachObject(query, [&](IWbemClassObject* object) {
-        std::wstring bus;
+        std::wstring device;
         if (table == ManagementTable::kDiskDrives &&
-            !(ReadTextProperty(object, L"InterfaceType", bus) &&
-              (bus == L"IDE" || bus == L"SCSI"))) {
+            !(ReadTextProperty(object, L"PNPDeviceID", device) &&
+              (device.rfind(L"IDE\\", 0) == 0 || device.rfind(L"SCSI\\", 0) == 0))) {
             return;
         }
         std::vector<std::string> row;

@@ -33,10 +33,9 @@ cmake -S "$root" -B "$dir" -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/mingw-
       -DQZ_WINDOWS_DEPS="$deps" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQZ_BUILD_BENCH=OFF \
       -DQZ_WARNINGS_AS_ERRORS=ON >/dev/null
 cmake --build "$dir" -j"$jobs"
-# Not yet under Wine: the load tests (their rounds outlast the time of a test there), the
+# Not yet under Wine: the load tests (their rounds outlast the time of a test there) and the
 # collector coming back (its first attempt meets a refused connection, which Windows reports
-# only as a time-out) and the demo's end-to-end runs (Wine's management provider now and then
-# faults inside the demo's hardware probe; run them with `ctest -R e2e_`). Wine on two busy
-# cores now and then makes a timing-bound test late: such a test gets a second run.
+# only as a time-out). Wine on two busy cores now and then makes a timing-bound test late:
+# such a test gets a second run.
 ctest --test-dir "$dir" --output-on-failure -j"$jobs" --repeat until-pass:2 \
-      -E '^LoadTest[.]|^FaultTest[.]TheCollectorComingBack|^e2e_'
+      -E '^LoadTest[.]|^FaultTest[.]TheCollectorComingBack'

@@ -299,6 +299,10 @@ bool ReadTextProperty(IWbemClassObject* object, const wchar_t* name, std::wstrin
     return true;
 }
 
+// Held through each query and the reading of its objects (a static of the template below would
+// be one mutex per caller).
+std::mutex queryMutex;
+
 // Runs `query` on the thread's session and hands each object to `visit`, in the service's
 // order; nothing without a session or when the query fails. One query at a time in the process:
 // some providers (Wine's among them) fill their tables without a lock of their own.
@@ -307,8 +311,7 @@ void ForEachObject(const std::wstring& query, Visit&& visit) {
     if (session.services == nullptr) {
         return;
     }
-    static std::mutex queries;
-    std::lock_guard<std::mutex> serialized(queries);
+    std::lock_guard<std::mutex> serialized(queryMutex);
     const Bstr language(L"WQL");
     const Bstr text(query);
     ComRef<IEnumWbemClassObject> objects;

@@ -113,12 +113,7 @@ bool IsAsciiSpace(char c) {
 }
 
 bool NewUuid4(uint8_t (&bytes)[16]) {
-    if (!port::RandomBytes(bytes, sizeof(bytes))) {
-        return false;
-    }
-    bytes[6] = static_cast<uint8_t>((bytes[6] & 0x0F) | 0x40);
-    bytes[8] = static_cast<uint8_t>((bytes[8] & 0x3F) | 0x80);
-    return true;
+    return port::NewUuid(bytes);
 }
 
 std::string UuidText(const uint8_t (&bytes)[16], UuidForm form) {

@@ -82,8 +82,8 @@ struct CaseInsensitiveLess {
 // Blank, tab, line feed, vertical tab, form feed or carriage return.
 bool IsAsciiSpace(char c);
 
-// 16 random bytes shaped as a version-4 UUID. False when no random source answered: `bytes`
-// then holds zeros, unshaped, so that a failure never passes for a random id.
+// A new version-4 UUID from the platform's source. False when no source answered: `bytes` then
+// holds zeros, unshaped, so that a failure never passes for a random id.
 bool NewUuid4(uint8_t (&bytes)[16]);
 
 enum class UuidForm {

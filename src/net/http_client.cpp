@@ -2,7 +2,9 @@
 
 #include <climits>
 #include <cstdio>
+#include <mutex>
 #include <new>
+#include <utility>
 
 #include "net/http_message.h"
 #include "port/env.h"
@@ -17,11 +19,30 @@ std::string FormatPort(uint16_t port) {
     return text;
 }
 
+namespace {
+
+std::mutex defaultResolverLock;
+Resolver defaultResolverForTesting;  // guarded by defaultResolverLock
+
+}  // namespace
+
+Resolver DefaultResolver() {
+    std::lock_guard<std::mutex> lock(defaultResolverLock);
+    return defaultResolverForTesting ? defaultResolverForTesting : Resolver(port::ResolveStream);
+}
+
+void SetDefaultResolverForTesting(Resolver resolver) {
+    std::lock_guard<std::mutex> lock(defaultResolverLock);
+    defaultResolverForTesting = std::move(resolver);
+}
+
 }  // namespace net
 
 template <class Transport>
 BasicHttpClient<Transport>::BasicHttpClient(bool blockingLookup)
-    : blockingLookup(blockingLookup), directLookup(blockingLookup), resolver(port::ResolveStream) {}
+    : blockingLookup(blockingLookup),
+      directLookup(blockingLookup),
+      resolver(net::DefaultResolver()) {}
 
 template <class Transport>
 BasicHttpClient<Transport>::~BasicHttpClient() {

@@ -24,6 +24,13 @@ using Resolver =
 // The port as the resolver's service text ("%u").
 std::string FormatPort(uint16_t port);
 
+// The resolver that a client starts with: port::ResolveStream, unless a test set another. Any
+// thread.
+Resolver DefaultResolver();
+// Tests only: clients made from now on start with `resolver`; null restores port::ResolveStream.
+// Lets a test reach the clients that the delivery engine makes for itself.
+void SetDefaultResolverForTesting(Resolver resolver);
+
 }  // namespace net
 
 // Owns one resolver list (null when empty). Lives in a shared pointer: the client holds one share

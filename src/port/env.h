@@ -51,6 +51,11 @@ class Env {
     // Fills `size` bytes at `buffer` from the random source. False (the buffer then holds
     // zeros) when no random source answers.
     virtual bool RandomBytes(void* buffer, size_t size) = 0;
+    // A new random UUID, its 16 bytes in the order of its text form: the platform's generator
+    // where it has one, else RandomBytes shaped as version 4. False (the bytes then zeros) when
+    // no source answered. Wrappers do not forward it, so a stand-in that fakes RandomBytes also
+    // decides the UUIDs.
+    virtual bool NewUuid(uint8_t (&bytes)[16]);
 };
 
 // An env that forwards every call to `target`; a stand-in overrides only what it fakes.
@@ -96,6 +101,9 @@ inline int64_t Time64() {
 }
 inline bool RandomBytes(void* buffer, size_t size) {
     return Env::Get()->RandomBytes(buffer, size);
+}
+inline bool NewUuid(uint8_t (&bytes)[16]) {
+    return Env::Get()->NewUuid(bytes);
 }
 
 }  // namespace port

@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <ntsecapi.h>
+#include <rpc.h>
 
 #include <climits>
 #include <cstring>
@@ -66,6 +67,24 @@ class WindowsEnv final : public Env {
             }
             done += chunk;
         }
+        return true;
+    }
+
+    bool NewUuid(uint8_t (&bytes)[16]) override {
+        UUID id;
+        if (::UuidCreate(&id) != RPC_S_OK) {
+            std::memset(bytes, 0, sizeof(bytes));
+            return false;
+        }
+        // The text form reads the three leading fields as numbers, most significant byte first.
+        for (int i = 0; i < 4; ++i) {
+            bytes[i] = static_cast<uint8_t>(id.Data1 >> (24 - 8 * i));
+        }
+        bytes[4] = static_cast<uint8_t>(id.Data2 >> 8);
+        bytes[5] = static_cast<uint8_t>(id.Data2);
+        bytes[6] = static_cast<uint8_t>(id.Data3 >> 8);
+        bytes[7] = static_cast<uint8_t>(id.Data3);
+        std::memcpy(bytes + 8, id.Data4, sizeof(id.Data4));
         return true;
     }
 };

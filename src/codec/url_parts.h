@@ -3,7 +3,7 @@
 //
 // One splitter for every platform: the system URL cracker of Windows accepts texts that are no
 // URL ("://h", "1http://h", ports above 65535), cuts a bracketed host without a port ("[:") and
-// splits a password at the last colon, so the same URL would give other events there.
+// splits user from password at the last colon, so the same URL would give other events there.
 #pragma once
 
 #include <cstdint>

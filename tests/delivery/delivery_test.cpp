@@ -3,7 +3,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -12,6 +15,7 @@
 #include "delivery/dispatch_table.h"
 #include "delivery/report_connect.h"
 #include "delivery/report_context.h"
+#include "net/lookup.h"
 #include "port/env.h"
 #include "support/http_test_server.h"
 #include "support/strategy_blobs.h"
@@ -262,6 +266,46 @@ TEST(FaultTest, TheCollectorComingBackTakesTheNextRecord) {
     ASSERT_EQ(back.Received().size(), 1u);
     EXPECT_THAT(back.Received()[0],
                 testing::StartsWith("GET /c.gif?act=zhwebevent&smkdata=0&EC=1&"));
+}
+
+// A resolver that hangs: each attempt gives up at the time-out, so the record runs its one pass
+// and no request reaches the collector; the hung look-ups end once the resolver answers.
+TEST(FaultTest, AHangingResolverCostsEachAttemptItsTimeOut) {
+    struct Hang {
+        std::mutex mutex;
+        std::condition_variable answer;
+        bool released = false;
+        int running = 0;
+    };
+    const auto hang = std::make_shared<Hang>();
+    net::SetDefaultResolverForTesting(
+        [hang](const std::string& host, const std::string& service, port::AddrInfo** list) {
+            std::unique_lock<std::mutex> lock(hang->mutex);
+            ++hang->running;
+            hang->answer.wait(lock, [&] { return hang->released; });
+            --hang->running;
+            return port::ResolveStream(host, service, list);
+        });
+    Engine engine({kHost}, {}, 300, HttpTestServer::Respond(Reply("200 OK")));
+    ASSERT_EQ(engine.servers.size(), 1u);
+    const auto start = std::chrono::steady_clock::now();
+    engine.Post(port::Time64() - 8 * 86400);
+    const bool given = WaitUntil([&] { return engine.context.GetStats().Peek().del == 1; });
+    net::SetDefaultResolverForTesting(nullptr);
+    ASSERT_TRUE(given);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2 * 300));
+    EXPECT_EQ(engine.Counters(), (Counts{1, 0, 0, 1, 1, 1, 0, 2, 1}));
+    EXPECT_TRUE(engine.servers[0]->Received().empty());
+    {
+        std::lock_guard<std::mutex> lock(hang->mutex);
+        EXPECT_GE(hang->running, 1);
+        hang->released = true;
+    }
+    hang->answer.notify_all();
+    EXPECT_TRUE(WaitUntil([&] {
+        std::lock_guard<std::mutex> lock(hang->mutex);
+        return hang->running == 0;
+    }));
 }
 
 // The strategy comes direct, uncounted; a served blob's keep-alive limit reaches every

@@ -37,13 +37,14 @@ AesBlobPlain DecodeBlob(const std::string& pass, const std::string& blob, bool b
 
 // Whole, and in pieces with a digest after each: a digest leaves the running state as it was.
 TEST(Md5ContextTest, KnownDigestsWholeAndInPieces) {
+    // clang-format off
     const std::pair<std::string, const char*> suite[] = {
         // RFC 1321, appendix A.5
-        {"", "d41d8cd98f00b204e9800998ecf8427e"},
-        {"abc", "900150983cd24fb0d6963f7d28e17f72"},
+        {"", "d41d8cd98f00b204e9800998ecf8427e"}, {"abc", "900150983cd24fb0d6963f7d28e17f72"},
         // 56 and 64 bytes: the padding no longer fits the last block, or needs a block of its own.
         {std::string(56, 'a'), "3b0c8ac703f828b04c6c197006d17218"},
         {std::string(64, 'a'), "014842d480b571495a4a0363793f7367"}};
+    // clang-format on
     Md5Context whole;  // one context throughout: Start drops whatever came before
     for (const auto& [input, digest] : suite) {
         whole.Start(input);
@@ -93,9 +94,8 @@ TEST(CAesBlobCipherTest, RefusesMalformedOuterLayer) {
         {"-0000016", 32, false}, {"      16", 32, false}, {"+0000016", 32, false},
         {"00000005", 23, true},  {"00000005", 32, true}};
     for (const auto& [length, size, base64] : cases) {
-        const AesBlobPlain result =
-            DecodeBlob("VectorPass", length + std::string(size, 'a'), base64);
-        EXPECT_EQ(result.plain + std::to_string(result.plainLength + result.cipherLength), "0")
+        const auto r = DecodeBlob("VectorPass", length + std::string(size, 'a'), base64);
+        EXPECT_EQ(r.plain + std::to_string(r.plainLength + r.cipherLength), "0")
             << '"' << length << "\" + " << size << (base64 ? " base64" : "");
     }
 }
@@ -103,8 +103,7 @@ TEST(CAesBlobCipherTest, RefusesMalformedOuterLayer) {
 TEST(CipherVectorsTest, AesInHexAndBase64AndDes) {
     if (crypto::CryptoLibrary::Instance().EVP_md5() == nullptr)
         GTEST_SKIP() << "libcrypto cannot be loaded";
-    const std::vector<std::string> aes = ReadFields("aes_vectors.txt"),
-                                   des = ReadFields("des_vectors.txt");
+    const auto aes = ReadFields("aes_vectors.txt"), des = ReadFields("des_vectors.txt");
     ASSERT_EQ(aes.size() + des.size(), 5u * 5 + 6u * 4);
     for (const std::string* v = aes.data(); v < aes.data() + aes.size(); v += 5) {
         // Name, pass string, plain text in hex, blob with hex text, blob with base64 text.
@@ -121,9 +120,8 @@ TEST(CipherVectorsTest, AesInHexAndBase64AndDes) {
         ASSERT_GT(Base64Decode(v[2], cipher), 0) << v[0];
         // Key characters beyond the eighth play no part; a trailing part below 8 bytes is ignored.
         DecodeDesBlock(v[1], cipher + "xyz", plain);
-        EXPECT_EQ(Hex(plain), v[3]) << v[0];
         DecodeDesBlock(v[1] + "ignored", cipher, longKey);
-        EXPECT_EQ(longKey, plain) << v[0];
+        EXPECT_EQ(Hex(plain) + " " + Hex(longKey), v[3] + " " + v[3]) << v[0];
     }
 }
 

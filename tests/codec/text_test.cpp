@@ -43,10 +43,8 @@ TEST(TextTest, CaseFoldingIgnoresTheLocale) {
         EXPECT_EQ(EqualsNoCase(left, right), order == 0);
     }
     const std::string blanks = " \t\n\v\f\r";
-    for (int c = 0; c < 256; ++c) {
-        EXPECT_EQ(IsAsciiSpace(static_cast<char>(c)),
-                  blanks.find(static_cast<char>(c)) != blanks.npos);
-    }
+    for (int c = 0; c < 256; ++c)
+        EXPECT_EQ(IsAsciiSpace(static_cast<char>(c)), blanks.find(c) != blanks.npos) << c;
     std::setlocale(LC_ALL, saved.c_str());
 }
 
@@ -71,6 +69,15 @@ TEST_F(WithFixedEnv, Uuid4ShapesTheRandomBytesOrGivesZeros) {
     randomFails = true;
     EXPECT_FALSE(NewUuid4(bytes));
     EXPECT_EQ(UuidText(bytes, UuidForm::kDashed), "00000000-0000-0000-0000-000000000000");
+}
+
+// The platform's own generator (UuidCreate on Windows): version 4, variant 10, never repeated.
+TEST(UuidTest, ThePlatformGivesVersionFourUuids) {
+    uint8_t first[16], second[16];
+    ASSERT_TRUE(port::Env::Default()->NewUuid(first) && port::Env::Default()->NewUuid(second));
+    const std::string text = UuidText(first, UuidForm::kDashed);
+    EXPECT_TRUE(text[14] == '4' && std::string("89ab").find(text[19]) != std::string::npos) << text;
+    EXPECT_NE(text, UuidText(second, UuidForm::kDashed));
 }
 
 }  // namespace

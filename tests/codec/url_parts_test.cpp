@@ -17,8 +17,7 @@ TEST(UrlPartsTest, CrackUrlSplitsAbsoluteUrlsAndRefusesOtherText) {
     // `extra`: empty without a password, else from the password on, cut to query+fragment length.
     const std::pair<std::wstring, UrlParts> cases[] = {
         {L"http://aa.bb.cc/x/y?q=1#f", {L"http", L"aa.bb.cc", 80, L"/x/y", L"", L"", L""}},
-        {L"HTTPS://me:pw@h.example/p#frag",
-         {L"HTTPS", L"h.example", 443, L"/p", L"me", L"pw", L"pw@h."}},
+        {L"HTTPS://me:pw@h.ex/p#frag", {L"HTTPS", L"h.ex", 443, L"/p", L"me", L"pw", L"pw@h."}},
         {L"ftp://me@host", {L"ftp", L"host", 21, L"", L"me", L"", L""}},
         {L"ftp://me:p:q@host:65535", {L"ftp", L"host", 65535, L"", L"me", L"p:q", L""}},
         {L"tze://[::1]:9/a/b.c", {L"tze", L"[::1]", 9, L"/a/b.c", L"", L"", L""}},
@@ -34,8 +33,7 @@ TEST(UrlPartsTest, CrackUrlSplitsAbsoluteUrlsAndRefusesOtherText) {
     for (const wchar_t* url :
          {L"", L"aa.bb.cc/x", L"/x/y", L"http:/x", L"://h", L"1http://h", L"ht tp://h",
           L"h?x=http://a", L"http://h:65536/", L"http://h:8o/", L"http://h:-1"}) {
-        UrlParts parts;
-        parts.scheme = L"kept";
+        UrlParts parts{L"kept", L"", 0, L"", L"", L"", L""};
         EXPECT_TRUE(!CrackUrl(url, parts) && parts.scheme == L"kept") << url;
     }
 }

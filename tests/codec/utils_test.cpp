@@ -29,10 +29,11 @@ TEST(SignedQueryTest, KeyActTimeAndExtra) {
     RequestKey("", key);
     EXPECT_EQ(key, "");
     const std::tuple<int64_t, std::string, std::string, bool, std::string> cases[] = {
-        {1700000000, "1700000000", "", false, ""},
+        // clang-format off
+        {1700000000, "1700000000", "", false, ""}, {-1, "-1", "=x", true, "&=x"},
         {(int64_t{1} << 32) + 5, "5", "a=1&b=2", false, "&a=1&b=2"},
-        {int64_t{0x80000000}, "-2147483648", "&a=1", false, "&a=1"},
-        {-1, "-1", "=x", true, "&=x"}};
+        {int64_t{0x80000000}, "-2147483648", "&a=1", false, "&a=1"}};
+    // clang-format on
     for (const auto& [time, text, extra, withAct, tail] : cases) {
         std::string query;
         BuildSignedQuery(extra, "startup", query, "the-guid", time, withAct);

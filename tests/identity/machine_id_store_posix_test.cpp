@@ -22,8 +22,7 @@ TEST(UserStorePosixTest, FilesArePrivateAndWrittenWhole) {
     const std::string folder = root + "software/norvik/qzdata_report";
     EXPECT_EQ(fs::status(folder + "/mid").permissions(),
               fs::perms::owner_read | fs::perms::owner_write);
-    const fs::directory_iterator entries(folder);
-    EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder), {}), 1);
     qz_test::RestoreUserStore();
 }
 

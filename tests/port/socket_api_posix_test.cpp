@@ -16,11 +16,9 @@ namespace {
 // neither left pending nor blocked, and the call's errno survives.
 TEST(SocketApiTest, WriteToAClosedPeerRaisesNoSignal) {
     int pair[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
-    close(pair[1]);
+    ASSERT_TRUE(socketpair(AF_UNIX, SOCK_STREAM, 0, pair) == 0 && close(pair[1]) == 0);
     EXPECT_EQ(port::Send(pair[0], "x", 1), -1);  // sends never raise the signal either
-    const int written =
-        port::RunWithoutBrokenPipeSignal([&] { return static_cast<int>(write(pair[0], "x", 1)); });
+    const int written = port::RunWithoutBrokenPipeSignal([&] { return write(pair[0], "x", 1); });
     EXPECT_EQ(std::make_pair(written, errno), std::make_pair(-1, EPIPE));
     close(pair[0]);
     sigset_t pending, blocked;
@@ -35,19 +33,15 @@ TEST(SocketApiTest, WaitsWorkOnDescriptorsBeyondTheSelectSet) {
     rlimit saved{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
     const rlimit raised{static_cast<rlim_t>(high) + 1, saved.rlim_max};
-    if (setrlimit(RLIMIT_NOFILE, &raised) != 0) {
+    if (setrlimit(RLIMIT_NOFILE, &raised) != 0)
         GTEST_SKIP() << "descriptor limit too low";
-    }
     int pair[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
-    ASSERT_EQ(dup2(pair[0], high), high);
+    ASSERT_TRUE(socketpair(AF_UNIX, SOCK_STREAM, 0, pair) == 0 && dup2(pair[0], high) == high);
     EXPECT_EQ(port::SelectReadable(high, 20), 0);
     EXPECT_EQ(port::SelectWritable(high, 20), 1);
-    ASSERT_EQ(write(pair[1], "x", 1), 1);
-    EXPECT_EQ(port::SelectReadable(high, 1000), 1);
-    for (int fd : {high, pair[0], pair[1]}) {
+    EXPECT_TRUE(write(pair[1], "x", 1) == 1 && port::SelectReadable(high, 1000) == 1);
+    for (int fd : {high, pair[0], pair[1]})
         close(fd);
-    }
     setrlimit(RLIMIT_NOFILE, &saved);
 }
 

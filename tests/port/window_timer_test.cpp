@@ -12,7 +12,6 @@
 #include "support/wait.h"
 
 namespace qzdata_report_kelvo {
-namespace port {
 namespace {
 
 // Counts the calls of timers 0, 1 and 2; timer 2 then throws. The order and the threads are
@@ -24,9 +23,8 @@ struct Log {
         log->order.push_back(kTimer);
         log->threads.insert(std::this_thread::get_id());
         ++log->calls[kTimer];
-        if (kTimer == 2) {
+        if (kTimer == 2)
             throw 42;
-        }
     }
     std::atomic<int> calls[3] = {};
     std::vector<int> order;
@@ -39,7 +37,7 @@ struct Log {
 TEST(WindowTimersTest, CallbacksRunOneAtATimeOnOneThreadInDueOrder) {
     Log log;
     qz_test::MessageThread host;
-    WindowTimers timers;
+    port::WindowTimers timers;
     EXPECT_EQ(timers.SetTimer(nullptr, 10, nullptr, nullptr), 0u);  // no callback: refused
     host.Run([&] {
         timers.SetTimer(nullptr, 100, &Log::Fire<0>, &log);
@@ -49,8 +47,7 @@ TEST(WindowTimersTest, CallbacksRunOneAtATimeOnOneThreadInDueOrder) {
     ASSERT_TRUE(qz_test::WaitUntil([&] { return log.calls[0] >= 2 && log.calls[2] >= 2; }));
     timers.Shutdown();  // every timer killed, and no new ones from then on
     EXPECT_EQ(std::vector<int>(log.order.begin(), log.order.begin() + 2), std::vector<int>({2, 1}));
-    EXPECT_EQ(log.threads.size(), 1u);
-    EXPECT_EQ(log.threads.count(std::this_thread::get_id()), 0u);
+    EXPECT_TRUE(log.threads.size() == 1 && !log.threads.count(std::this_thread::get_id()));
     EXPECT_EQ(timers.SetTimer(nullptr, 10, &Log::Fire<0>, &log), 0u);
 }
 
@@ -59,14 +56,12 @@ TEST(WindowTimersTest, CallbacksRunOneAtATimeOnOneThreadInDueOrder) {
 struct Probe {
     static void Run(void* context) {
         auto* probe = static_cast<Probe*>(context);
-        if (probe->id != 0 && ++probe->calls == 1 && probe->self) {
+        if (probe->id != 0 && ++probe->calls == 1 && probe->self)
             probe->killed = probe->timers->KillTimer(nullptr, probe->id);
-        } else if (probe->id != 0 && !probe->self) {
-            probe->entered.Set();
-            probe->release.Wait(kInfinite);
-        }
+        else if (probe->id != 0 && !probe->self)
+            probe->entered.Set(), probe->release.Wait(kInfinite);
     }
-    WindowTimers* timers;
+    port::WindowTimers* timers;
     bool self;
     std::atomic<uintptr_t> id{0};
     std::atomic<int> calls{0};
@@ -78,7 +73,7 @@ struct Probe {
 // after it; a callback may kill its own timer without waiting for itself.
 TEST(WindowTimersTest, KillWaitsForARunningCallbackButNotForItself) {
     qz_test::MessageThread host;
-    WindowTimers timers;
+    port::WindowTimers timers;
     timers.FailSetTimerAfterForTesting(2);  // the two timers below, then no more
     Probe blocked{&timers, false}, self{&timers, true};
     host.Run([&] { blocked.id = timers.SetTimer(nullptr, 1, &Probe::Run, &blocked); });
@@ -87,9 +82,9 @@ TEST(WindowTimersTest, KillWaitsForARunningCallbackButNotForItself) {
     EXPECT_FALSE(qz_test::WaitUntil([&] { return blocked.killed.load(); }, 20));
     blocked.release.Set();
     killer.join();
-    EXPECT_TRUE(blocked.killed.load());
-    EXPECT_FALSE(blocked.entered.Wait(20));  // no call after the kill
-    EXPECT_FALSE(timers.KillTimer(nullptr, blocked.id));
+    // No call after the kill, and a second kill finds no timer.
+    EXPECT_TRUE(blocked.killed && !blocked.entered.Wait(20) &&
+                !timers.KillTimer(nullptr, blocked.id));
 
     host.Run([&] { self.id = timers.SetTimer(nullptr, 1, &Probe::Run, &self); });
     EXPECT_TRUE(qz_test::WaitUntil([&] { return self.killed.load(); }));
@@ -98,5 +93,4 @@ TEST(WindowTimersTest, KillWaitsForARunningCallbackButNotForItself) {
 }
 
 }  // namespace
-}  // namespace port
 }  // namespace qzdata_report_kelvo

@@ -17,9 +17,7 @@ using namespace qzdata_report;
 // length (the array by its first id), other pointers by whether they are set.
 struct Show {
     static std::string Of(const std::string& v) { return '"' + v + '"'; }
-    static std::string Of(const std::wstring& v) {
-        return 'L' + Of(std::string(v.begin(), v.end()));
-    }
+    static auto Of(const std::wstring& v) { return 'L' + Of(std::string(v.begin(), v.end())); }
     static std::string Of(const char* v) { return v == nullptr ? "nullptr" : Of(std::string(v)); }
     static std::string Of(const void* v) { return v == nullptr ? "nullptr" : "set"; }
     static std::string Of(ReportCallback v) { return v == nullptr ? "nullptr" : "set"; }

@@ -10,7 +10,6 @@
 #include <tuple>
 #include <vector>
 
-#include "post/not_sent_pack.h"
 #include "report/report_object.h"
 #include "support/test_platform.h"
 
@@ -88,9 +87,8 @@ TEST_F(PackTest, AGoldenPackIsWrittenByteForByteAndLoadsBack) {
     object.notSentPosts.push_back(kPost);
     object.loadedPosts = {{L"ab\0\0\0"s, {{{"l", ""}}}, true}, {L"u", {{}}, true}, kPost};
     object.loadedPostsReady = true;
-    EXPECT_FALSE(object.PackNotSent(L""));
-    EXPECT_FALSE(object.PackNotSent(Wide("missing/pack")));
-    EXPECT_FALSE(Has("early"));
+    EXPECT_FALSE(object.PackNotSent(L"") || object.PackNotSent(Wide("missing/pack")) ||
+                 Has("early"));
     EXPECT_FALSE(object.PackNotSent(Wide("pack") + L"\u00FC"));
     // One entry a line, then the parts of the failed one; "\0001" is a zero byte and a 1.
     // clang-format off
@@ -122,9 +120,7 @@ TEST_F(PackTest, AGoldenPackIsWrittenByteForByteAndLoadsBack) {
 // Unopenable, too short or foreign-magic files stay; others are deleted, keeping whole entries.
 TEST_F(PackTest, LoadKeepsForeignFilesAndDeletesDamagedOnes) {
     const std::string pack = Header(2) + kEntry + kEntry;
-    const std::string noRecords = U32(4) + kFlag + U32(0) + Url(u"u");
     const std::string zeroSize = kEntry.substr(0, 20) + U32(0) + U32(2) + "\0s\0"s;
-    const std::string hugeUrl = U32(0xFFFFFFF0) + kFlag + U32(1);
     // contents (none: no file), entries loaded, file kept; a whole file is the golden test's
     const std::vector<std::tuple<std::optional<std::string>, size_t, bool>> cases = {
         {std::nullopt, 0, false},
@@ -133,9 +129,7 @@ TEST_F(PackTest, LoadKeepsForeignFilesAndDeletesDamagedOnes) {
         {pack.substr(0, pack.size() - 1), 1, false},
         {Header(5) + kEntry, 1, false},
         {Header(3) + kEntry + kNoPairs + kEntry, 1, false},
-        {Header(3) + kEntry + noRecords + kEntry, 1, false},
         {Header(2) + zeroSize + kEntry, 0, false},
-        {Header(2) + kEntry + hugeUrl + kEntry, 1, false},
     };
     for (size_t i = 0; i < cases.size(); ++i) {
         const auto& [contents, loaded, kept] = cases[i];

@@ -31,14 +31,6 @@ struct RecordFormatTest : ::testing::Test {
     std::string lastAction;
 };
 
-TEST_F(RecordFormatTest, WorkedExampleByteForByte) {
-    formatter.SetCommonParams({{"mid", "ABC"}, {"pro", "demo"}});
-    EXPECT_EQ(
-        kMid + "&mid=ABC&pro=demo&extra=eid%3Dclick%26eid_desc%3Da%2Bb%26sdk_ver%3Dvs-nat-2.2.5",
-        Query({{"act", "zhwebevent"}, {"eid", "click"}, {"eid_desc", "a b"}}));
-    EXPECT_EQ("zhwebevent", lastAction);
-}
-
 const auto X = [](const std::string& extra) { return kMid + "&extra=" + extra + kSdk; };
 
 TEST_F(RecordFormatTest, QueryCases) {
@@ -52,25 +44,15 @@ TEST_F(RecordFormatTest, QueryCases) {
     } cases[] = {
         // 800 bytes, far beyond the first escape buffer, escaped twice; later rows reuse it.
         {"long values grow the buffer", {{"content", e400}}, X("content%3D" + escaped)},
-        {"no action key falls back", {{"eid", "e"}}, X("eid%3De")},
         {"long action names the path", {{"action", "x"}, {"eid", "e"}}, X("eid%3De"), "x"},
         {"capital ACT is a known field", {{"ACT", "y"}, {"eid", "e"}}, "ACT=y&" + X("eid%3De")},
-        {"capital Extra is ordinary", {{"Extra", "q"}}, X("Extra%3Dq")},
         {"extra leads the text", {{"extra", "pre=1"}, {"zz", "2"}}, X("pre%3D1") + "%26zz%3D2"},
         {"known values travel raw", {{"pro", "a&b=c d"}}, kMid + "&pro=a&b=c d&" + kSdkOnly},
-        {"known names ignore case", {{"Pro", "p"}, {"CITY", "c"}}, "CITY=c&Pro=p&" + kBare},
         {"param goes short into extra", {{"param", "v"}}, X("par%3Dv")},
         {"caller's sdk_ver wins", {{"sdk_ver", "mine"}}, kMid + "&extra=sdk_ver%3Dmine"},
         {"caller's kelvo_mid wins", {{"kelvo_mid", "own"}}, "kelvo_mid=own&" + kSdkOnly},
         {"escaped names escaped twice", {{"content", "50% off"}}, X("content%3D50%2525%2Boff")},
-        {"non-ASCII elsewhere once", {{"note", "\xC3\xA9"}}, X("note%3D%C3%A9")},
-        {"atime beats ati", {{"ati", "1"}, {"atime", "2"}}, "ati=2&" + kBare},
-        {"short after long wins", {{"game_server", "l"}, {"gse", "s"}}, "gse=s&" + kBare},
         {"long names exact", {{"duration", "5"}, {"Duration", "6"}}, "dur=5&" + X("Duration%3D6")},
-        {"bve",
-         {{"brower_version", "b"}, {"browser_version", "c"}},
-         "bve=b&" + X("browser_version%3Dc")},
-        {"empty other value is harmless", {{"eid", "e"}, {"other", ""}}, X("eid%3De%26other%3D")},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -80,10 +62,16 @@ TEST_F(RecordFormatTest, QueryCases) {
     EXPECT_EQ(kBare, Query({}));
 }
 
+// The worked example byte for byte; common params merge under the record.
 TEST_F(RecordFormatTest, CommonParamsMergeUnderTheRecord) {
+    formatter.SetCommonParams({{"mid", "ABC"}, {"pro", "demo"}});
+    EXPECT_EQ(
+        kMid + "&mid=ABC&pro=demo&extra=eid%3Dclick%26eid_desc%3Da%2Bb%26sdk_ver%3Dvs-nat-2.2.5",
+        Query({{"act", "zhwebevent"}, {"eid", "click"}, {"eid_desc", "a b"}}));
+    EXPECT_EQ("zhwebevent", lastAction);
     // Only the record's keys are translated: the common "product" travels long inside extra.
     formatter.SetCommonParams({{"pro", "common"}, {"product", "long"}, {"cha", "c1"}});
-    EXPECT_EQ("cha=c1&" + kMid + "&pro=mine&extra=product%3Dlong" + kSdk,
+    EXPECT_EQ("cha=c1&" + kMid + "&mid=ABC&pro=mine&extra=product%3Dlong" + kSdk,
               Query({{"product", "mine"}}));
 
     formatter.SetCommonParams({{"mid", "M1"}, {"act", "a"}, {"ati", "t"}, {"pro", "p"}});
@@ -104,8 +92,6 @@ TEST(EscapeParamValueTest, Cases) {
     // name, source, buffer size, mode, text written
     const std::tuple<const char*, std::string, uint32_t, ParamEscape, std::string> cases[] = {
         {"strict keeps unreserved marks", "aZ09-_.!~*'()", 64, P, "aZ09-_.!~*'()"},
-        {"strict escapes reserved bytes", "a=b&c/d", 64, P, "a%3Db%26c%2Fd"},
-        {"blank becomes plus", "a b", 64, P, "a+b"},
         {"blank without plus", "a b", 64, S, "a%20b"},
         {"strict high bytes upper-case", "\xE4\xFF", 64, P, "%E4%FF"},
         {"lenient copies high and reserved", "\xE4/=?", 64, L, "\xE4/=?"},
@@ -113,7 +99,6 @@ TEST(EscapeParamValueTest, Cases) {
         {"lenient ignores plus", "a b\x01", 64, L, "a%20b%01"},
         {"escape that does not fit stops", "ab=c", 5, P, "ab"},
         {"escape fits with terminator", "=", 4, P, "%3D"},
-        {"no room for terminator stops", "=", 3, P, ""},
         {"copies leave room for terminator", "abcdef", 4, P, "abc"},
     };
     for (const auto& [name, source, size, mode, expected] : cases) {

@@ -27,13 +27,13 @@ struct ReportThreadTest : ::testing::Test {
     }
     void Keep(const BuiltRecord& record) {
         const size_t eid = record.signedQuery.find("eid%3D") + 6;
-        std::lock_guard<std::mutex> guard(mutex);
-        eids.push_back(record.signedQuery.substr(eid, record.signedQuery.find('%', eid) - eid));
+        Note(record.signedQuery.substr(eid, record.signedQuery.find('%', eid) - eid));
     }
-    std::vector<std::string> Eids() {
+    void Note(const std::string& eid) {
         std::lock_guard<std::mutex> guard(mutex);
-        return eids;
+        eids.push_back(eid);
     }
+    std::vector<std::string> Eids() { return std::lock_guard<std::mutex>(mutex), eids; }
     void Enqueue(const std::vector<ReportRecord>& records) {
         impl.EnqueuePost(L"u", records.begin(), records.end(), true, nullptr, nullptr);
     }
@@ -101,9 +101,8 @@ TEST_F(ReportThreadTest, StopWithZeroTimeoutAbandonsABusyWorkerAndLosesTheQueue)
     EXPECT_TRUE(impl.IsRunning());
 
     gate.second.Set();
-    EXPECT_TRUE(qz_test::WaitUntil([&] { return !impl.IsRunning(); }));
-    EXPECT_TRUE(Eids().empty());
-    EXPECT_FALSE(impl.GetDispatchTable()->IsRunning());
+    EXPECT_TRUE(qz_test::WaitUntil([&] { return !impl.IsRunning(); }) && Eids().empty() &&
+                !impl.GetDispatchTable()->IsRunning());
     // A fetch started by mistake would connect at once.
     EXPECT_FALSE(qz_test::WaitUntil([&] { return server.ConnectionCount() != 0; }, 300));
 }
@@ -113,11 +112,7 @@ TEST_F(ReportThreadTest, StopWithZeroTimeoutAbandonsABusyWorkerAndLosesTheQueue)
 // A step that throws (memory ran out) drops the post in hand, counts it, and the worker goes on.
 TEST_F(ReportThreadTest, StartupSilenceSkippedRecordsFailedStepsAndSparePosts) {
     // Start-up calls write into the built records' list: they run on the worker before it.
-    const auto startup = [](void* test) {
-        ReportThreadTest& self = *static_cast<ReportThreadTest*>(test);
-        std::lock_guard<std::mutex> guard(self.mutex);
-        self.eids.push_back("startup");
-    };
+    const auto startup = [](void* test) { static_cast<ReportThreadTest*>(test)->Note("startup"); };
     impl.AddStartupCall(startup, this);
     impl.AddStartupCall(nullptr, nullptr);
     impl.AddStartupCall(startup, this);

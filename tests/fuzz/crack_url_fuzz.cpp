@@ -16,13 +16,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     qzdata_report_kelvo::UrlParts parts;
     parts.scheme = L"stale";
     parts.port = 7;
-    if (!qzdata_report_kelvo::CrackUrl(url, parts)) {
+    if (!qzdata_report_kelvo::CrackUrl(url, parts))
         QZ_FUZZ_CHECK(parts.scheme == L"stale" && parts.port == 7 && parts.host.empty() &&
                       parts.path.empty());
-    } else {
-        QZ_FUZZ_CHECK(url.compare(0, parts.scheme.size() + 3, parts.scheme + L"://") == 0);
-        QZ_FUZZ_CHECK(parts.path.find_first_of(L"?#") == std::wstring::npos);
-    }
+    else
+        QZ_FUZZ_CHECK(url.compare(0, parts.scheme.size() + 3, parts.scheme + L"://") == 0 &&
+                      parts.path.find_first_of(L"?#") == std::wstring::npos);
     const std::string host(reinterpret_cast<const char*>(data) + 1, size - 1);
     if (!host.empty() && host.front() != '.' && host.back() != '.')
         QZ_FUZZ_CHECK(ReverseHost(ReverseHost(host)) == host);

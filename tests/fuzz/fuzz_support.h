@@ -14,18 +14,14 @@
 #include "codec/md5.h"
 #include "deployment_config.h"
 
-#define QZ_FUZZ_CHECK(condition) \
-    ((condition) ? void() : ::qz_fuzz::Fail(#condition, __FILE__, __LINE__))
+#define QZ_FUZZ_CHECK(condition)                                                                 \
+    ((condition) ? void()                                                                        \
+                 : (std::fprintf(stderr, "%s:%d: broken: %s\n", __FILE__, __LINE__, #condition), \
+                    std::abort()))
 
 namespace qz_fuzz {
 
 namespace crypto = qzdata_report_kelvo::crypto;
-namespace deployment = qzdata_report_kelvo::deployment;
-
-[[noreturn]] inline void Fail(const char* what, const char* file, int line) {
-    std::fprintf(stderr, "%s:%d: broken: %s\n", file, line, what);
-    std::abort();
-}
 
 // Made once under $TMPDIR; XDG_DATA_HOME and XDG_CONFIG_HOME point into it, so no target
 // touches the files of the user running it. Ends with "/".
@@ -50,8 +46,7 @@ inline void WriteFile(const std::string& path, const std::string& bytes) {
 inline std::string Base64Encode(const std::string& bytes) {
     static const char abc[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string text;
-    uint32_t bits = 0;
-    int count = 0;
+    uint32_t bits = 0, count = 0;
     for (unsigned char byte : bytes)
         for (bits = bits << 8 | byte, count += 8; count >= 6;)
             text += abc[(bits >> (count -= 6)) & 63];
@@ -64,22 +59,19 @@ inline std::string Base64Encode(const std::string& bytes) {
 // strategy pass, zero padding, behind its length as 8 decimal digits, the cipher text in hex.
 inline std::string EncipherStrategyBlob(const std::string& plain) {
     crypto::CryptoLibrary& library = crypto::CryptoLibrary::Instance();
-    const std::string pass = deployment::kStrategyPass;
+    const std::string pass = qzdata_report_kelvo::deployment::kStrategyPass;
     unsigned char key[16];
     QZ_FUZZ_CHECK(library.EVP_md5() != nullptr &&
                   library.EVP_Digest(pass.data(), pass.size(), key, nullptr, library.EVP_md5(),
                                      nullptr) == 1);
     crypto::AesKey schedule;
     library.AES_set_encrypt_key(key, 128, &schedule);
-    std::string padded = plain;
-    padded.resize((plain.size() + 15) / 16 * 16, '\0');
+    const std::string padded = plain + std::string((16 - plain.size() % 16) % 16, '\0');
     std::string cipher(padded.size(), '\0');
     library.AES_cbc_encrypt(reinterpret_cast<const unsigned char*>(padded.data()),
                             reinterpret_cast<unsigned char*>(&cipher[0]), padded.size(), &schedule,
                             key, crypto::kEncrypt);
-    char blob[16];
-    std::snprintf(blob, sizeof(blob), "%08zu", plain.size());
-    std::string text = blob;
+    std::string text = std::to_string(100000000 + plain.size()).substr(1);  // 8 digits
     for (unsigned char byte : cipher)
         text.append({"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]});
     return text;
@@ -90,20 +82,18 @@ inline std::string EncipherStrategyBlob(const std::string& plain) {
 inline std::string EncipherDeviceConfig(const std::string& time, const std::string& plain) {
     crypto::CryptoLibrary& library = crypto::CryptoLibrary::Instance();
     qzdata_report_kelvo::Md5Context md5;
-    md5.Start(time + deployment::kConfigPass);
-    const std::string keyText = md5.HexDigest();
+    md5.Start(time + qzdata_report_kelvo::deployment::kConfigPass);
     crypto::DesBlock key;
-    std::copy(keyText.begin(), keyText.begin() + 8, key);
+    std::copy_n(md5.HexDigest().begin(), 8, key);
     crypto::DesKeySchedule schedule;
     library.DES_set_key_unchecked(&key, &schedule);
-    std::string padded = plain;
-    padded.append(8 - plain.size() % 8, static_cast<char>(8 - plain.size() % 8));
+    const size_t pad = 8 - plain.size() % 8;
+    const std::string padded = plain + std::string(pad, static_cast<char>(pad));
     std::string cipher(padded.size(), '\0');
-    for (size_t at = 0; at < padded.size(); at += 8) {
+    for (size_t at = 0; at < padded.size(); at += 8)
         library.DES_ecb_encrypt(reinterpret_cast<const crypto::DesBlock*>(padded.data() + at),
                                 reinterpret_cast<crypto::DesBlock*>(&cipher[at]), &schedule,
                                 crypto::kEncrypt);
-    }
     return Base64Encode(cipher);
 }
 

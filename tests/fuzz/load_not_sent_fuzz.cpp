@@ -14,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string path = qz_fuzz::ScratchFolder() + "pack.bin";
     const std::wstring wide(path.begin(), path.end());
     qz_fuzz::WriteFile(path, std::string(reinterpret_cast<const char*>(data), size));
-    std::vector<ReportPost> posts;
+    std::vector<ReportPost> posts, again;
     const bool isPack = size >= 8 && std::memcmp(data, "tzdr", 4) == 0;
     QZ_FUZZ_CHECK(post::ReadNotSentPack(wide, posts) == isPack);
     if (!isPack)
@@ -26,12 +26,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (const ReportPost& loaded : posts)
         QZ_FUZZ_CHECK(writer.Write(loaded.url, loaded.flag, loaded.records));
     QZ_FUZZ_CHECK(writer.Close());
-    std::vector<ReportPost> again;
     QZ_FUZZ_CHECK(post::ReadNotSentPack(wide + L"2", again) && again.size() == posts.size());
-    for (size_t i = 0; i < posts.size(); ++i) {
-        QZ_FUZZ_CHECK(again[i].flag == posts[i].flag && again[i].records == posts[i].records);
-        QZ_FUZZ_CHECK(again[i].url.substr(0, again[i].url.find(L'\0')) ==
-                      posts[i].url.substr(0, posts[i].url.find(L'\0')));
-    }
+    for (size_t i = 0; i < posts.size(); ++i)
+        QZ_FUZZ_CHECK(again[i].flag == posts[i].flag && again[i].records == posts[i].records &&
+                      again[i].url.substr(0, again[i].url.find(L'\0')) ==
+                          posts[i].url.substr(0, posts[i].url.find(L'\0')));
     return 0;
 }

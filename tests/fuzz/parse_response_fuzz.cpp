@@ -12,8 +12,7 @@
 
 static auto Feed(const std::string& response, const std::vector<size_t>& pieces) {
     qzdata_report_kelvo::HttpResponseState s;
-    std::string fed;
-    std::string body;
+    std::string fed, body;
     int verdict = -1;
     for (size_t i = 0; fed.size() < response.size() && verdict == -1; ++i) {
         fed.append(response, fed.size(), i < pieces.size() ? pieces[i] : response.size());

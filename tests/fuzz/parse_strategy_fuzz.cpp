@@ -24,10 +24,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         });
     strategy.Run();
     for (auto* list : {&strategy.GetFallbackList(), &strategy.GetPostFallbackList(),
-                       &strategy.GetSpareFallbackList()}) {
+                       &strategy.GetSpareFallbackList()})
         for (const std::string& address : list->Copy())
             QZ_FUZZ_CHECK(!address.empty() && address.size() <= 15);
-    }
     const uint32_t limit = strategy.GetKeepAliveLimit();
     QZ_FUZZ_CHECK(limit <= 99999u * 1000u && limit % 1000 == 0);
     return 0;

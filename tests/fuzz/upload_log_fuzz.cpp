@@ -36,9 +36,8 @@ void Serve(int listener) {
         char buffer[4096];
         ssize_t count = 0;
         while (request.find("\r\n\r\n") == std::string::npos &&
-               (count = read(connection, buffer, sizeof(buffer))) > 0) {
+               (count = read(connection, buffer, sizeof(buffer))) > 0)
             request.append(buffer, count);
-        }
         const std::string line = request.substr(0, request.find("\r\n"));
         const size_t target = line.find(' ') + 1;
         QZ_FUZZ_CHECK(
@@ -65,9 +64,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     qz_fuzz::ScratchFolder();
     qzdata_report_kelvo::port::Env::Install(new FuzzEnv);
     const int listener = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
     socklen_t length = sizeof(address);
     QZ_FUZZ_CHECK(bind(listener, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
                   listen(listener, 16) == 0 &&
@@ -87,16 +84,15 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0)
         return 0;
-    const bool isFail = data[0] & 1;
     const std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
     const std::string line = text.substr(0, text.find('\n'));
     std::string query;
     for (size_t position = 0;
          CUploadLog::TakeField(line, position, "&k=", query, data[0] & 2, nullptr, true);) {
     }
-    context->GetUploadLog().UploadLine(line, isFail, true);
+    context->GetUploadLog().UploadLine(line, data[0] & 1, true);
     const std::string path = qz_fuzz::ScratchFolder() + "report.log";
     qz_fuzz::WriteFile(path, text);
-    context->GetUploadLog().UploadFile(path, isFail);
+    context->GetUploadLog().UploadFile(path, data[0] & 1);
     return 0;
 }

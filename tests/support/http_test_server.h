@@ -61,10 +61,7 @@ class HttpTestServer {
   public:
     using Handler = std::function<void(TestConnection&)>;
 
-    HttpTestServer() = default;
-    ~HttpTestServer() { Stop(); }
-    HttpTestServer(const HttpTestServer&) = delete;
-    HttpTestServer& operator=(const HttpTestServer&) = delete;
+    ~HttpTestServer() { Stop(); }  // not copyable: holds a mutex and a thread
 
     // Binds `address` (a 127.x.y.z text) and `port` (0: any free port), listens, and runs
     // `handler` for each accepted connection. False when the server could not listen.

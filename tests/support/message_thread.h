@@ -3,6 +3,7 @@
 // to it.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -16,14 +17,9 @@ class MessageThread {
   public:
     MessageThread() : thread([this] { Loop(); }) {}
     ~MessageThread() {
-        {
-            std::lock_guard<std::mutex> guard(mutex);
-            quit = true;
-        }
+        quit = true;
         thread.join();
     }
-    MessageThread(const MessageThread&) = delete;
-    MessageThread& operator=(const MessageThread&) = delete;
 
     // Runs `task` on the thread; returns once it has run. One caller at a time.
     void Run(const std::function<void()>& task) {
@@ -50,7 +46,7 @@ class MessageThread {
     std::mutex mutex;
     std::condition_variable done;
     const std::function<void()>* pending = nullptr;
-    bool quit = false;
+    std::atomic<bool> quit{false};
     std::thread thread;  // last: starts once the members above exist
 };
 

@@ -8,11 +8,17 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
 
 #include "support/wait.h"
 
@@ -25,11 +31,10 @@ void PumpMessagesFor(uint32_t milliseconds) {
 
 std::string MakeTempFolder(const std::string& prefix) {
     std::string pattern = testing::TempDir() + prefix + "-XXXXXX";
-    if (mkdtemp(&pattern[0]) == nullptr) {
-        ADD_FAILURE() << "no temporary folder " << pattern;
-        return std::string();
-    }
-    return pattern;
+    if (mkdtemp(&pattern[0]) != nullptr)
+        return pattern;
+    ADD_FAILURE() << "no temporary folder " << pattern;
+    return std::string();
 }
 
 void SetEnv(const std::string& name, const char* value) {
@@ -53,16 +58,13 @@ size_t HeapInUse() {
 }
 
 TestSocket ListenTcp(const std::string& address, uint16_t port, int backlog, uint16_t* boundPort) {
-    sockaddr_in local{};
-    local.sin_family = AF_INET;
-    local.sin_port = htons(port);
+    sockaddr_in local{AF_INET, htons(port), {}, {}};
     socklen_t length = sizeof(local);
     const int on = 1;
     int listener = -1;
     if (inet_pton(AF_INET, address.c_str(), &local.sin_addr) != 1 ||
-        (listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) < 0) {
+        (listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) < 0)
         return kNoSocket;
-    }
     setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
     if (bind(listener, reinterpret_cast<sockaddr*>(&local), sizeof(local)) != 0 ||
         (backlog >= 0 && listen(listener, backlog) != 0) ||
@@ -75,14 +77,12 @@ TestSocket ListenTcp(const std::string& address, uint16_t port, int backlog, uin
 }
 
 TestSocket AcceptWithin(TestSocket listener, int timeoutMs) {
-    if (WaitReadable(listener, timeoutMs) <= 0) {
+    if (WaitReadable(listener, timeoutMs) <= 0)
         return kNoSocket;
-    }
     const int accepted = accept4(static_cast<int>(listener), nullptr, nullptr, SOCK_CLOEXEC);
-    if (accepted >= 0) {
-        const int on = 1;
+    const int on = 1;
+    if (accepted >= 0)
         setsockopt(accepted, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
-    }
     return accepted < 0 ? kNoSocket : accepted;
 }
 
@@ -114,28 +114,14 @@ void ResetOnClose(TestSocket socket) {
 }
 
 void CloseTestSocket(TestSocket socket) {
-    if (socket != kNoSocket) {
+    if (socket != kNoSocket)
         close(static_cast<int>(socket));
-    }
 }
 
 int SpoilStreamEntry(void* list) {
     static_cast<addrinfo*>(list)->ai_protocol = IPPROTO_UDP;
     return EPROTONOSUPPORT;
 }
-
-}  // namespace qz_test
-
-#include <sys/stat.h>
-
-#include <cctype>
-
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <optional>
-
-namespace qz_test {
 
 namespace {
 
@@ -153,9 +139,8 @@ std::optional<std::string> GetEnv(const char* name) {
 
 std::string ValuePath(const std::string& path, const std::string& name) {
     std::string file = storeHome ? storeHome->folder + "/.config/" : std::string();
-    for (char c : path + '\\' + name) {
+    for (char c : path + '\\' + name)
         file += c == '\\' ? '/' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    }
     return file;
 }
 

@@ -33,9 +33,6 @@ cmake -S "$root" -B "$dir" -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/mingw-
       -DQZ_WINDOWS_DEPS="$deps" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQZ_BUILD_BENCH=OFF \
       -DQZ_WARNINGS_AS_ERRORS=ON >/dev/null
 cmake --build "$dir" -j"$jobs"
-# Not yet under Wine: the load tests (their rounds outlast the time of a test there) and the
-# collector coming back (its first attempt meets a refused connection, which Windows reports
-# only as a time-out). Wine on two busy cores now and then makes a timing-bound test late:
-# such a test gets a second run.
-ctest --test-dir "$dir" --output-on-failure -j"$jobs" --repeat until-pass:2 \
-      -E '^LoadTest[.]|^FaultTest[.]TheCollectorComingBack'
+# Wine on two busy cores now and then makes a timing-bound test late: such a test gets a second
+# run.
+ctest --test-dir "$dir" --output-on-failure -j"$jobs" --repeat until-pass:2

@@ -103,14 +103,6 @@ TEST(LegacyBridgeTest, ExportsCallTheLegacyLibraryFirstUntilTheSwitchIsOn) {
     EXPECT_TRUE(qz_fake_legacy::Take().empty() && queued().empty() &&
                 !GetReportObject()->GetReportThread().IsRunning());
 
-    // After Exit the object stays: reports are accepted and go nowhere.
-    GetReportObject()->SetStopOldSdk(false);
-    EXPECT_TRUE(SendCustomEvent("afterexit", "", "", -1, false));
-    Exit(false, 0);
-    EXPECT_EQ((std::vector<std::string>{"SendCustomEvent(\"afterexit\", \"\", \"\", -1, false)",
-                                        "Exit(false)"}),
-              qz_fake_legacy::Take());
-    EXPECT_EQ(1u, queued().size());
     port::SetDebugSink(nullptr);
 }
 

@@ -1,17 +1,10 @@
 // The library under load: many host threads against a fast collector, and Exit with a full
-// queue and no collector.
+// queue and a collector that takes no record.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
-#include <atomic>
-#include <chrono>
-#include <cstdio>
 #include <cstring>
-#include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "delivery/report_context.h"
 #include "qzdata_report.h"
@@ -22,23 +15,28 @@
 #include "support/wait.h"
 
 namespace qzdata_report_kelvo {
-namespace {
 
-// The bound of one host call in microseconds of CPU: a few times its benchmark figure.
-constexpr double kCallBoundUs = QZ_TEST_SANITIZED ? 400.0 : 20.0;
-
+// Every role on the loopback `port`, no fallback addresses; the not-sent test uses it too.
 void RouteEverythingTo(uint16_t port) {
-    StrategyRouting routing;  // every role on `port`; no fallback addresses
     const std::string ip = "127.0.0.1";
+    StrategyRouting routing;
     routing.hosts = {ip, ip, ip, ip, ip, ip, port, port, port};
     GetReportObject()->GetReportThread().GetReportContext()->GetStrategy().SetRoutingForTesting(
         routing);
 }
 
-// Eight host threads report 2 000 events each: the collector sees every record exactly once (by
-// its action GUID), the calls stay cheap, and what the library took on under load it gives back.
+namespace {
+
+// The bound of one host call in microseconds of CPU: a few times its benchmark figure.
+constexpr double kCallBoundUs = QZ_TEST_SANITIZED ? 400.0 : 20.0;
+// Sanitizers and Wine slow the library many times over: fewer events and rounds there.
+constexpr bool kSlowRun = QZ_TEST_SANITIZED || QZ_TEST_EMULATED;
+
+// Eight host threads report 2 000 events each (500 under Wine): the collector sees every record
+// exactly once (by its action GUID), the calls stay cheap, and what the library took on under load
+// it gives back.
 TEST(LoadTest, EightHostThreadsDeliverEveryRecordOnceAndMemoryReturns) {
-    constexpr int kThreads = 8, kPerThread = 2000;
+    constexpr int kThreads = 8, kPerThread = QZ_TEST_EMULATED ? 500 : 2000;
     constexpr size_t kTotal = kThreads * kPerThread + 1;  // with the warm-up event
     std::vector<std::array<char, 32>> ids;                // reserved up front: no growth under load
     ids.reserve(kTotal + 16);
@@ -103,20 +101,20 @@ TEST(LoadTest, EightHostThreadsDeliverEveryRecordOnceAndMemoryReturns) {
     EXPECT_LT(heapAfter, heapBefore + (1u << 20));
 }
 
-// Exit with 10 000 records queued and nothing listening keeps its time-out, round after round;
-// every record reached the engine and was given up.
+// Exit with 10 000 records queued and a collector that takes none keeps its time-out, round after
+// round; every record reached the engine and was given up. The collector resets each connection
+// once its request is in: on Windows a port that nobody holds costs each connect its time-out.
 TEST(LoadTest, ExitWithTenThousandQueuedAndTheCollectorDownKeepsItsTimeOut) {
-    constexpr int kRounds = QZ_TEST_SANITIZED ? 10 : 100, kRecords = 10000;
-    uint16_t port = 0;  // a loopback port nothing listens on once the probe is gone
-    {
-        qz_test::HttpTestServer probe;
-        ASSERT_TRUE(probe.ListenOnly(1));
-        port = probe.port();
-    }
-    auto slowest = std::chrono::steady_clock::duration::zero();
+    constexpr int kRounds = kSlowRun ? 10 : 100, kRecords = 10000;
+    qz_test::HttpTestServer down;
+    ASSERT_TRUE(down.Start([](qz_test::TestConnection& peer) {
+        if (!peer.ReadRequest(2000).empty()) {
+            peer.Reset();
+        }
+    }));
     for (int round = 0; round < kRounds; ++round) {
         ResetReportObjectForTesting();
-        RouteEverythingTo(port);
+        RouteEverythingTo(down.port());
         ASSERT_TRUE(Init(L"http://c/", "D", "load", 60000, nullptr, L"", 7, false));
         qzdata_report_kelvo::Run();
         for (int i = 0; i < kRecords; ++i) {
@@ -124,16 +122,14 @@ TEST(LoadTest, ExitWithTenThousandQueuedAndTheCollectorDownKeepsItsTimeOut) {
         }
         const auto start = std::chrono::steady_clock::now();
         Exit(true, 3000);
-        slowest = std::max(slowest, std::chrono::steady_clock::now() - start);
-        ASSERT_LT(slowest, std::chrono::milliseconds(3500)) << "round " << round;
+        ASSERT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(3500))
+            << "round " << round;
         const ReportCounters counts =
             GetReportObject()->GetReportThread().GetReportContext()->GetStats().Peek();
         EXPECT_EQ(counts.cur, kRecords + 3u);  // with startup, heartbeat and endup
         EXPECT_EQ(counts.del, counts.cur);
         EXPECT_EQ(counts.succeed_report, 0u);
     }
-    std::printf("slowest Exit of %d: %lld ms\n", kRounds,
-                static_cast<long long>(slowest / std::chrono::milliseconds(1)));
 }
 
 }  // namespace

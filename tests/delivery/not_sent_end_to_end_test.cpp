@@ -3,9 +3,7 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <string>
 
-#include "delivery/report_context.h"
 #include "qzdata_report.h"
 #include "report/report_object.h"
 #include "support/http_test_server.h"
@@ -13,6 +11,7 @@
 #include "support/wait.h"
 
 namespace qzdata_report_kelvo {
+void RouteEverythingTo(uint16_t port);  // load_test.cpp
 namespace {
 
 // "write" packs a post Exit did not send; "load" names the pack in Init and waits for its post.
@@ -27,12 +26,7 @@ TEST(NotSentEndToEndTest, HelperProcess) {
     qz_test::HttpTestServer collector;
     ASSERT_TRUE(collector.Start(
         qz_test::HttpTestServer::RespondToEach("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n")));
-    const std::string ip = "127.0.0.1";
-    const uint16_t port = collector.port();
-    StrategyRouting routing;  // every host is the collector; no fallback addresses
-    routing.hosts = {ip, ip, ip, ip, ip, ip, port, port, port};
-    GetReportObject()->GetReportThread().GetReportContext()->GetStrategy().SetRoutingForTesting(
-        routing);
+    RouteEverythingTo(collector.port());
     const auto received = [&] {
         return testing::Value(collector.Received(),
                               testing::Contains(testing::HasSubstr("eid%3Dpacked")));
@@ -58,9 +52,8 @@ TEST(NotSentEndToEndTest, APackWrittenAfterExitIsPostedByTheNextRunThatNamesIt) 
     const auto RunHelper = [&](const char* role) {
         qz_test::SetEnv("QZ_TEST_PACK_ROLE", role);
         qz_test::SetEnv("QZ_TEST_PACK_PATH", (dir + "/reports.pack").c_str());
-        for (const char* home : {"XDG_CONFIG_HOME", "XDG_DATA_HOME"}) {
-            qz_test::SetEnv(home, dir.c_str());
-        }
+        qz_test::SetEnv("XDG_CONFIG_HOME", dir.c_str());
+        qz_test::SetEnv("XDG_DATA_HOME", dir.c_str());
         const std::string command =
             "\"" + qz_test::SelfPath() + "\" --gtest_filter=NotSentEndToEndTest.HelperProcess";
         const bool passed = std::system(command.c_str()) == 0;

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <thread>
-#include <tuple>
 
 namespace qzdata_report_kelvo {
 namespace port {
@@ -29,22 +28,6 @@ TEST(HardwareInfoWindowsTest, AdapterListsAgree) {
                                 [&](const NetworkAdapter& a) { return a.address == lana.address; }))
             << "LANA " << lana.index;
     }
-}
-
-// The version facts agree with the system's own answers.
-TEST(HardwareInfoWindowsTest, VersionFacts) {
-    WindowsVersionFacts facts;
-    ASSERT_TRUE(QueryWindowsVersion(facts));
-    OSVERSIONINFOEXW system = {};
-    system.dwOSVersionInfoSize = sizeof system;
-    ASSERT_TRUE(::GetVersionExW(reinterpret_cast<OSVERSIONINFOW*>(&system)));
-    SYSTEM_INFO native = {};
-    ::GetNativeSystemInfo(&native);
-    EXPECT_TRUE(facts.versionKnown && facts.extendedRecord && facts.ntdllVersionKnown);
-    EXPECT_EQ(std::make_tuple(facts.major, facts.minor, facts.productType,
-                              facts.processorArchitecture, facts.serverR2),
-              std::make_tuple(system.dwMajorVersion, system.dwMinorVersion, system.wProductType,
-                              native.wProcessorArchitecture, ::GetSystemMetrics(SM_SERVERR2)));
 }
 
 std::vector<std::vector<std::string>> Rows(ManagementTable table) {

@@ -2,20 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <string>
-#include <tuple>
-#include <vector>
-
-#include "strategy/field_reader.h"
 #include "support/strategy_blobs.h"
 
 namespace qzdata_report_kelvo {
 namespace {
 
 using Strings = std::vector<std::string>;
-using qz_test::ReadStrategyData;
-using StrategyBlobTest = qz_test::StrategyBlobTest;
+using namespace qz_test;  // NOLINT: the strategy blobs and their fixture
 
 // Everything a blob may change but the switch: the five lists, the limit and the stored fields.
 using Snapshot =
@@ -45,25 +38,20 @@ struct Harness : KeepAliveSink {
     CStrategy strategy;
 };
 
+// Names are data files; a length prefix with a NUL byte is refused, not read with the NUL (or a
+// byte behind it) as a digit that happens to give a length that fits.
 TEST_F(StrategyBlobTest, DecodeGivesWhatOpensslEncipheredAndRefusesBadOuterLayers) {
+    const std::string tail(32, 'a');
     int i = 0;
-    for (const std::string name : {"good", "all_zero", "exact_blocks", "short",  // decoded
-                                   "zero_length", "hex_short", "hex_long", "length_letter"}) {
+    for (const std::string& name :
+         Strings{"good", "all_zero", "exact_blocks", "short",  // decoded
+                 "zero_length", "hex_short", "hex_long", "length_letter",
+                 std::string("0000006\0", 8) + tail, std::string("000006\0\xC0", 8) + tail}) {
         std::string plain = "stale";
-        const bool decoded = i++ < 4;
-        EXPECT_EQ(CStrategy::DecodeStrategyBlob(ReadStrategyData(name + ".blob"), plain), decoded);
-        EXPECT_EQ(plain, decoded ? ReadStrategyData(name + ".plain") : "") << name;
-    }
-}
-
-// The scan of the length prefix stops at a NUL byte; such a prefix is refused, not read with the
-// NUL (or a byte behind it) as a digit that happens to give a length that fits.
-TEST(StrategyDecodeTest, ALengthPrefixWithANulByteIsRefused) {
-    for (const char* prefix : {"0000006\0", "000006\0\xC0"}) {
-        std::string plain = "stale";
-        EXPECT_FALSE(
-            CStrategy::DecodeStrategyBlob(std::string(prefix, 8) + std::string(32, 'a'), plain));
-        EXPECT_EQ(plain, "");
+        const bool decoded = i < 4;
+        const std::string blob = i++ < 8 ? ReadStrategyData(name + ".blob") : name;
+        EXPECT_EQ(CStrategy::DecodeStrategyBlob(blob, plain), decoded) << i;
+        EXPECT_EQ(plain, decoded ? ReadStrategyData(name + ".plain") : "") << i;
     }
 }
 
@@ -77,7 +65,7 @@ TEST_F(StrategyBlobTest, AppliedBlobsReplaceEverythingAndSetTheSwitchOnlyWhenItR
              {"switch_plus", false, false, 32000}, {"switch_plus", true, true, 32000},
              {"all_zero", true, false, 0}}) {
         // What make_blobs.sh writes into "good" (empty spare entry dropped); 0: all-zero blob.
-        const Snapshot applied{qz_test::kGoodFallback, {"10.2.2.1", "10.2.2.2"}, {}, {},
+        const Snapshot applied{kGoodFallback, {"10.2.2.1", "10.2.2.2"}, {}, {},
             {"10.3.3.1"}, limit, {{"actone", "acttwo"}, {"alpha"}, {{"key", 7}, {"neg", -12}},
             {{"k1", 12}, {"k2", -5}}, 250, 7, 4096, {"set3"}, {"set4"}, {}, {"set6"}}};
         // clang-format on
@@ -133,34 +121,6 @@ TEST(CStrategyTest, KeepAliveLimitConvertsSecondsAndPushesOnlyChanges) {
         EXPECT_EQ(h.strategy.GetKeepAliveLimit(), milliseconds) << seconds;
     }
     EXPECT_EQ(h.pushed, (std::vector<uint32_t>{1000, 4294967000u, 4294967295u}));
-}
-
-// One 'u'nsigned, 's'igned or 't'ext read from the start; a failed one leaves the cursor at 0.
-TEST(StrategyFieldReaderTest, ReadsOneField) {
-    // No sign in a one-byte field; at the end even width 0 fails; a later blank ends a number.
-    for (const auto& [kind, text, width, expected] :
-         std::vector<std::tuple<char, std::string, size_t, std::string>>{
-             // clang-format off
-             {'u', "+0030", 5, "30"}, {'u', "0712", 2, "7"}, {'u', "+", 1, "fail"},
-             {'u', "1+2", 3, "fail"}, {'u', "-1", 2, "fail"}, {'u', "1 ", 2, "fail"},
-             {'u', "123", 4, "fail"}, {'u', "5", 0, "0"}, {'u', "", 0, "fail"},
-             {'s', "-12", 3, "-12"}, {'s', "12 ", 3, "12"}, {'s', "1 2", 3, "1"},
-             {'s', " 12", 3, "fail"}, {'s', "1x2", 3, "fail"},
-             {'t', "abc", 2, "ab"}, {'t', "ab", 3, "fail"}, {'t', "a", 0, ""}, {'t', "", 0, "fail"}
-             // clang-format on
-         }) {
-        SCOPED_TRACE("\"" + text + "\" width " + std::to_string(width));
-        StrategyFieldReader reader(text);
-        uint64_t u = 99;
-        int64_t s = 99;
-        std::string value;
-        const bool ok = kind == 'u'   ? reader.ReadUnsigned(width, u)
-                        : kind == 's' ? reader.ReadSigned(width, s)
-                                      : reader.ReadString(width, value);
-        value = kind == 'u' ? std::to_string(u) : kind == 's' ? std::to_string(s) : value;
-        EXPECT_EQ(ok ? value : "fail", expected);
-        EXPECT_EQ(reader.Cursor(), ok ? width : 0u);
-    }
 }
 
 }  // namespace

@@ -86,9 +86,8 @@ struct Engine {
             servers.clear();
             for (size_t i = 0; i < addresses.size() && servers.size() == i; ++i) {
                 servers.push_back(std::make_unique<HttpTestServer>());
-                if (!servers.back()->Start(handler, addresses[i], Port())) {
+                if (!servers.back()->Start(handler, addresses[i], Port()))
                     servers.pop_back();
-                }
             }
         }
         StrategyRouting routing = DefaultRouting();
@@ -105,9 +104,8 @@ struct Engine {
     std::vector<int> Attempts(size_t first, size_t count) const {
         std::vector<int> attempts;
         for (size_t i = first; i < first + count; ++i) {
-            for (const std::string& request : servers[i]->Received()) {
+            for (const std::string& request : servers[i]->Received())
                 attempts.push_back(std::stoi(request.substr(request.find("EC=") + 3)));
-            }
         }
         std::sort(attempts.begin(), attempts.end());
         return attempts;
@@ -142,9 +140,8 @@ TEST(DispatchTableTest, StopSendsAtMostTwentyUntriedRecords) {
     engine.Post();
     engine.Post();
     ASSERT_TRUE(WaitUntil([&] { return accepted == 2; }));
-    for (int i = 0; i < 25; ++i) {
+    for (int i = 0; i < 25; ++i)
         engine.Post(-1, i % 5 == 0 ? 2 : 1, i % 5 == 0 ? "&late" : "&key=k");
-    }
     const auto dispatch = engine.table.GetDispatch(kHost, engine.Port());  // 25 records + quit
     std::thread stopper([&] { engine.table.Stop(); });
     const bool quit = WaitUntil([&] { return dispatch->GetQueue().PendingNotifications() == 26; });
@@ -202,9 +199,8 @@ TEST(FaultTest, EachPeerFaultGivesItsRequestsAndCounters) {
                 Engine engine({kHost, "127.0.0.2", "127.0.0.3"}, hosts, 2000,
                               handler ? handler : HttpTestServer::Silent());
                 ASSERT_EQ(engine.servers.size(), 3u);
-                if (!handler) {
+                if (!handler)
                     engine.servers[0]->Stop();
-                }
                 engine.Post(fresh ? -1 : port::Time64() - 8 * 86400);
                 // Given up (del) or sent (succeed_report).
                 EXPECT_TRUE(WaitUntil(
@@ -219,9 +215,8 @@ TEST(FaultTest, EachPeerFaultGivesItsRequestsAndCounters) {
             }
         });
     }
-    for (std::thread& run : runs) {
+    for (std::thread& run : runs)
         run.join();
-    }
 }
 
 // A record made while the collector is down uses up its five passes and is given up; once the

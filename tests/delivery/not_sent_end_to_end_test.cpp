@@ -18,9 +18,8 @@ namespace {
 TEST(NotSentEndToEndTest, HelperProcess) {
     const char* role = std::getenv("QZ_TEST_PACK_ROLE");
     const char* path = std::getenv("QZ_TEST_PACK_PATH");
-    if (role == nullptr || path == nullptr) {
+    if (role == nullptr || path == nullptr)
         GTEST_SKIP() << "a process of NotSentEndToEndTest.APackWrittenAfterExit...";
-    }
     const bool load = role == std::string("load");
     const std::wstring pack(path, path + std::string(path).size());
     qz_test::HttpTestServer collector;

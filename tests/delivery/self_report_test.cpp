@@ -74,9 +74,8 @@ MATCHER_P(ContainsRe, pattern, "") {
 std::set<std::string> Files(const std::string& folder) {
     std::set<std::string> names;
     std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
+    for (const auto& entry : std::filesystem::directory_iterator(folder, error))
         names.insert(entry.path().filename().string());
-    }
     return names;
 }
 
@@ -151,9 +150,8 @@ class SelfReportTest : public testing::Test {
     std::vector<std::string> Requests(const std::string& act = "") {
         std::vector<std::string> found;
         for (const std::string& request : collector.Received()) {
-            if (request.find("act=" + act) != std::string::npos) {
+            if (request.find("act=" + act) != std::string::npos)
                 found.push_back(request.substr(0, request.find(" HTTP/1.1")));
-            }
         }
         return found;
     }
@@ -193,7 +191,6 @@ TEST_F(SelfReportTest, LogFilesAreNamedLockedAndPrivate) {
 
 TEST(DeviceConfigTest, ParseRules) {
     const std::string data = ConfigData("42", R"({"tzConfig":{"open":1}})");
-    EXPECT_TRUE(CUploadLog::ParseDeviceConfig(ConfigReply(1, "42")));
     for (const std::string& reply : std::vector<std::string>{
              R"({"code":1,"time":43,"data":")" + data + "\"}",
              R"({"code":2,"time":42,"data":")" + data + "\"}", R"({"code":1,"time":42,"data":""})",
@@ -227,6 +224,22 @@ TEST_F(SelfReportTest, WithoutAnOpenConfigurationNothingIsReported) {
         context->GetUploadLog().Stop();
         EXPECT_LT(std::chrono::steady_clock::now() - stopping, std::chrono::milliseconds(800));
     }
+}
+
+// A log folder that cannot be made (a file where it belongs, which holds for root too): what can
+// be sent still goes out, what would wait in a file is lost, and nothing breaks.
+TEST_F(SelfReportTest, AnUnwritableLogFolderStillSendsWhatItCan) {
+    WriteFile(home + "/norvik", "x");
+    StartContext(1);
+    CDispatchTable table(context.get());
+    table.Start();
+    ASSERT_TRUE(WaitUntil([&] { return context->GetStrategy().IsLogsEnabled(); }));
+    PostFailingRecord(table);
+    ASSERT_TRUE(WaitUntil([&] { return Requests("zhlogfail").size() == 10u; }));
+    down = true;
+    context->AppendFailLine("7", "\tzhwebevent\t0\th", true);
+    table.Stop();
+    EXPECT_EQ(Files(home), (std::set<std::string>{"norvik"}));
 }
 
 // Open: signed statistics and failure lines reach the collector; while it is down they land in

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <string>
+#include <vector>
 
 #include "net/constants.h"
 
@@ -22,9 +23,8 @@ bool LayerWorks() {
 // Starts nest and only the last clean-up stops the layer; a clean-up without a start of ours,
 // or a start with a version the layer does not have, leaves a host's own start alone.
 TEST(SocketApiWindowsTest, StartsNestAndCleanupsMatchThem) {
-    if (LayerWorks()) {
+    if (LayerWorks())
         GTEST_SKIP() << "an earlier test of this process started the layer; CTest runs it alone";
-    }
     EXPECT_NE(port::SocketStartup(0x0303), 0);
     EXPECT_FALSE(LayerWorks());
     ASSERT_EQ(port::SocketStartup(net::kSocketVersion), 0);
@@ -90,11 +90,10 @@ TEST(SocketApiWindowsTest, LoopbackConnectionThroughTheSeam) {
     port::CloseSocket(ours);
 
     const port::SocketHandle none = port::kInvalidSocket;
-    for (int result :
-         {port::SelectReadable(none, 10), port::SelectWritable(none, 10), port::Send(none, "x", 1),
-          port::Recv(none, buffer, 1), port::ShutdownSend(none), port::SetNonBlocking(none)}) {
-        EXPECT_EQ(result, -1);
-    }
+    EXPECT_EQ(std::vector<int>({port::SelectReadable(none, 10), port::SelectWritable(none, 10),
+                                port::Send(none, "x", 1), port::Recv(none, buffer, 1),
+                                port::ShutdownSend(none), port::SetNonBlocking(none)}),
+              std::vector<int>(6, -1));
     EXPECT_EQ(port::GetLastSocketError(), WSAENOTSOCK);
     port::SocketCleanup();
 }

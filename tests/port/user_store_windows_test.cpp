@@ -27,9 +27,8 @@ TEST_F(UserStoreWindowsTest, QueriesAndWrites) {
     port::UserKey* key = reinterpret_cast<port::UserKey*>(1);
     EXPECT_FALSE(port::OpenUserKey("Software\\norvik\\a", port::UserKeyAccess::kAll, &key));
     EXPECT_EQ(key, nullptr);
-    for (const char* bad : {"", "Software\\\\norvik", "Software\\norvik\\", "a\\..", "a/b"}) {
+    for (const char* bad : {"", "Software\\\\norvik", "Software\\norvik\\", "a\\..", "a/b"})
         EXPECT_FALSE(port::CreateUserKey(bad, port::UserKeyAccess::kAll, &key)) << bad;
-    }
     ASSERT_TRUE(port::CreateUserKey("Software\\norvik\\a\\b", port::UserKeyAccess::kWrite, &key));
     EXPECT_TRUE(port::SetUserTextValue(key, "t", "xy\0", 3));
     EXPECT_TRUE(port::SetUserTextValue(key, "u", "abc", 3));  // no zero counted: none added

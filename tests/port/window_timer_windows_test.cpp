@@ -25,9 +25,8 @@ struct Counter {
         overlaps += running++;
         sequence.push_back(counter);
         counter->thread = GetCurrentThreadId();
-        if (++counter->calls == 1 && counter->first) {
+        if (++counter->calls == 1 && counter->first)
             counter->first();
-        }
         --running;
     }
     static inline std::atomic<int> running{0}, overlaps{0};
@@ -72,9 +71,8 @@ TEST(WindowTimersWindowsTest, CallbacksRunOnTheHostsMessageThread) {
     ASSERT_TRUE(qz_test::WaitUntil([&] {
         return own.calls > 1 && posted.calls > 1 && null.calls > 1 && nullFromTest.calls > 1;
     }));
-    for (const Counter* counter : {&own, &posted, &null, &nullFromTest}) {
+    for (const Counter* counter : {&own, &posted, &null, &nullFromTest})
         EXPECT_EQ(counter->thread.load(), hostThread);
-    }
     timers.Shutdown();
     EXPECT_EQ(Counter::overlaps.load(), 0);
     DestroyWindow(foreign);

@@ -37,9 +37,8 @@ inline bool StrategyBlobsFit() {
 class StrategyBlobTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        if (!StrategyBlobsFit()) {
+        if (!StrategyBlobsFit())
             GTEST_SKIP() << "the blobs were made with another strategy pass than this build's";
-        }
     }
 };
 

@@ -43,9 +43,8 @@ void PumpMessagesFor(uint32_t milliseconds) {
             DispatchMessageW(&message);
         }
         const ULONGLONG now = GetTickCount64();
-        if (now >= deadline) {
+        if (now >= deadline)
             return;
-        }
         // Wakes for any message, a timer falling due included.
         MsgWaitForMultipleObjects(0, nullptr, FALSE, static_cast<DWORD>(deadline - now),
                                   QS_ALLINPUT);
@@ -57,9 +56,8 @@ std::string MakeTempFolder(const std::string& prefix) {
         const std::string path = testing::TempDir() + prefix + "-" +
                                  std::to_string(GetCurrentProcessId()) + "-" +
                                  std::to_string(GetTickCount() + attempt);
-        if (CreateDirectoryA(path.c_str(), nullptr)) {
+        if (CreateDirectoryA(path.c_str(), nullptr))
             return path;
-        }
     }
     ADD_FAILURE() << "no temporary folder under " << testing::TempDir();
     return std::string();
@@ -77,9 +75,8 @@ std::string SelfPath() {
 
 double ThreadCpuMicros() {
     FILETIME created, exited, kernel, user;
-    if (!GetThreadTimes(GetCurrentThread(), &created, &exited, &kernel, &user)) {
+    if (!GetThreadTimes(GetCurrentThread(), &created, &exited, &kernel, &user))
         return 0;
-    }
     const auto micros = [](const FILETIME& time) {
         return ((static_cast<uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime) / 10.0;
     };
@@ -90,9 +87,8 @@ size_t HeapInUse() {
     size_t used = 0;
     _HEAPINFO entry{};
     while (_heapwalk(&entry) == _HEAPOK) {
-        if (entry._useflag == _USEDENTRY) {
+        if (entry._useflag == _USEDENTRY)
             used += entry._size;
-        }
     }
     return used;
 }
@@ -123,13 +119,11 @@ TestSocket ListenTcp(const std::string& address, uint16_t port, int backlog, uin
 }
 
 TestSocket AcceptWithin(TestSocket listener, int timeoutMs) {
-    if (WaitReadable(listener, timeoutMs) <= 0) {
+    if (WaitReadable(listener, timeoutMs) <= 0)
         return kNoSocket;
-    }
     const SOCKET accepted = accept(Raw(listener), nullptr, nullptr);
-    if (accepted == INVALID_SOCKET) {
+    if (accepted == INVALID_SOCKET)
         return kNoSocket;
-    }
     const BOOL on = TRUE;
     setsockopt(accepted, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&on), sizeof(on));
     return static_cast<TestSocket>(accepted);
@@ -164,9 +158,8 @@ void ResetOnClose(TestSocket socket) {
 }
 
 void CloseTestSocket(TestSocket socket) {
-    if (socket != kNoSocket) {
+    if (socket != kNoSocket)
         closesocket(Raw(socket));
-    }
 }
 
 int SpoilStreamEntry(void* list) {

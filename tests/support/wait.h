@@ -18,9 +18,8 @@ void PumpMessagesFor(uint32_t milliseconds);
 inline bool WaitUntil(const std::function<bool()>& condition, uint32_t timeoutMs = 5000) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     while (!condition()) {
-        if (std::chrono::steady_clock::now() >= deadline) {
+        if (std::chrono::steady_clock::now() >= deadline)
             return condition();
-        }
         PumpMessagesFor(1);
     }
     return true;

@@ -158,6 +158,7 @@ TEST(ReportObjectTest, TraceWritesEachEventRecord) {
     object.SendErrorEventEx(X(96), X(500), "", -1, false);
     object.SendErrorEventEx("errseg", "what", "ignored", 0, false);
     object.SendErrorEvent("plainerr", nullptr, "");
+    object.PostHeartBeatEvent();
     port::SetDebugSink(nullptr);
     const std::string a = "\\[act: zhwebevent, eid: ", t = ", ati: 20[0-9]{12}\\]";
     const std::string s = "session_id: " + object.GetSessionId() + ", dty: D, pro: P";
@@ -170,7 +171,8 @@ TEST(ReportObjectTest, TraceWritesEachEventRecord) {
         "SendErrorEventEx" + a + "error/" + X(93) + ", content: " + X(499) + ", " + s + "\\]",
         "SendErrorEventEx" + a + "error/errseg, eid_desc: Fault/Error segment, content: what, " +
             "dur: 0, " + s + "\\]",
-        "SendErrorEventEx" + a + "error/plainerr, " + s + t};
+        "SendErrorEventEx" + a + "error/plainerr, " + s + t,
+        "PostHeartBeatEvent" + a + "heartbeat, dur: [0-9]{1,5}, " + s + t};
     const std::vector<ReportPost> posts = Queued(object);
     ASSERT_TRUE(lines.size() == expected.size() && posts.size() == expected.size());
     for (size_t i = 0; i < lines.size(); ++i) {
